@@ -1,0 +1,1 @@
+// Placeholder until the quick-check table is generated.

@@ -1,0 +1,25 @@
+// Conversion of text bytes between the six StringEncoding values.
+#ifndef VANTU_INTERNAL_TEXTCONVERSION_H
+#define VANTU_INTERNAL_TEXTCONVERSION_H
+
+#include <string>
+
+#include <vantu/VString.h>
+
+namespace vantu::internal {
+
+// Converts `in` from one encoding to another into `out` (replacing its content). Between the
+// five named encodings the bytes are exactly those of POCO's TextConverter with "?" as the
+// replacement; SystemCodePage goes through UTF-16 and the platform's code-page conversion.
+// Fast paths are taken where they give the same bytes. Both encodings must be valid (0 to 5)
+// and may be equal (a copy). Never throws but std::bad_alloc.
+void ConvertText(StringEncoding from, StringEncoding to, const std::string& in, std::string& out);
+
+// The same between the five named encodings (1 to 5), always through POCO's TextConverter.
+// The reference that the fast paths must equal.
+void ConvertTextWithPoco(StringEncoding from, StringEncoding to, const std::string& in,
+                         std::string& out);
+
+}  // namespace vantu::internal
+
+#endif  // VANTU_INTERNAL_TEXTCONVERSION_H
