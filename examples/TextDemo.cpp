@@ -19,7 +19,10 @@ void Show(const char* label, const VString& text) {
 
 int main() {
   // "Grüße" typed as decomposed UTF-8 (u + combining diaeresis): stored in NFC.
-  VString greeting("Gru\xCC\x88\xC3\x9F" "e", UTF8);
+  VString greeting(
+      "Gru\xCC\x88\xC3\x9F"
+      "e",
+      UTF8);
   Show("UTF-8 input, kept in NFC", greeting);
 
   VString latin(greeting);
@@ -34,7 +37,9 @@ int main() {
   ascii.ConvertTo(ASCII);
   Show("converted to ASCII ('?' for the rest)", ascii);
 
-  VString marked(std::string("\xEF\xBB\xBF" "caf\xC3\xA9"));
+  VString marked(
+      std::string("\xEF\xBB\xBF"
+                  "caf\xC3\xA9"));
   Show("bytes with a UTF-8 byte-order mark", marked);
 
   VString euro("\xA4 5", Latin9);
@@ -43,8 +48,12 @@ int main() {
 
   std::printf("\nLatin-1 and UTF-8 spellings equal as text: %s\n",
               latin.IsEqual(greeting) ? "yes" : "no");
-  std::printf("CompareNoCase(\"GR\\xC3\\x9C\\xC3\\x9F" "E\") = %d (ASCII letters only)\n",
-              greeting.CompareNoCase("GRU\xCC\x88\xC3\x9F" "E", UTF8));
+  std::printf(
+      "CompareNoCase(\"GR\\xC3\\x9C\\xC3\\x9F"
+      "E\") = %d (ASCII letters only)\n",
+      greeting.CompareNoCase("GRU\xCC\x88\xC3\x9F"
+                             "E",
+                             UTF8));
 
   VString path("reports/2026/summary.txt", UTF8);
   path.ReplaceAll("/", "\\");

@@ -48,15 +48,15 @@ void VException::Rethrow() const { throw *this; }
 
 void VException::Reserved() {}
 
-#define VANTU_IMPLEMENT_EXCEPTION(Class, Base, Text)                                              \
-  Class::Class(const std::string& message, int code) : Base(message, code) {}                     \
-  Class::Class(const std::string& message, const VException& nested, int code)                    \
-      : Base(message, nested, code) {}                                                            \
-  Class::Class(const Class& other) = default;                                                     \
-  Class& Class::operator=(const Class& other) = default;                                          \
-  Class::~Class() noexcept = default;                                                             \
-  const char* Class::Name() const noexcept { return Text; }                                       \
-  Class* Class::Clone() const { return new Class(*this); }                                        \
+#define VANTU_IMPLEMENT_EXCEPTION(Class, Base, Text)                           \
+  Class::Class(const std::string& message, int code) : Base(message, code) {}  \
+  Class::Class(const std::string& message, const VException& nested, int code) \
+      : Base(message, nested, code) {}                                         \
+  Class::Class(const Class& other) = default;                                  \
+  Class& Class::operator=(const Class& other) = default;                       \
+  Class::~Class() noexcept = default;                                          \
+  const char* Class::Name() const noexcept { return Text; }                    \
+  Class* Class::Clone() const { return new Class(*this); }                     \
   void Class::Rethrow() const { throw *this; }
 
 VANTU_IMPLEMENT_EXCEPTION(VantuLogicException, VException, "Logic exception")
@@ -74,6 +74,5 @@ VANTU_IMPLEMENT_EXCEPTION(VantuFileReadOnlyException, VantuFileException, "File 
 VANTU_IMPLEMENT_EXCEPTION(VantuFileAccessDeniedException, VantuFileException,
                           "Access to file denied")
 VANTU_IMPLEMENT_EXCEPTION(VantuOpenFileException, VantuFileException, "Cannot open file")
-VANTU_IMPLEMENT_EXCEPTION(VantuXMLElementException, VantuRuntimeException,
-                          "XML element exception")
+VANTU_IMPLEMENT_EXCEPTION(VantuXMLElementException, VantuRuntimeException, "XML element exception")
 VANTU_IMPLEMENT_EXCEPTION(VantuXMLParseException, VantuRuntimeException, "XML parse error")

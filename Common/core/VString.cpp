@@ -234,9 +234,7 @@ void VString::Set(const wchar_t* text, size_t count) {
 
 void VString::Set(const char* text, size_t count) { SetBytes(text, count, SystemCodePage); }
 
-void VString::Set(const char16_t* text) {
-  Set(text, std::char_traits<char16_t>::length(text));
-}
+void VString::Set(const char16_t* text) { Set(text, std::char_traits<char16_t>::length(text)); }
 
 void VString::Set(const std::u16string& text) { Set(text.data(), text.size()); }
 
@@ -464,9 +462,7 @@ int VString::CompareNoCase(const char* other) const { return CompareNoCase(VStri
 int VString::CompareNoCase(const std::string& other, StringEncoding encoding) const {
   return CompareNoCase(VString(other, encoding));
 }
-int VString::CompareNoCase(const std::string& other) const {
-  return CompareNoCase(VString(other));
-}
+int VString::CompareNoCase(const std::string& other) const { return CompareNoCase(VString(other)); }
 int VString::CompareNoCase(const VString& other) const {
   return CompareBytes(text_.c_str(), ViewOf(other).c_str(), kNoLimit, true);
 }
@@ -477,8 +473,7 @@ int VString::CompareNoCaseN(const char* other, StringEncoding encoding, size_t c
 int VString::CompareNoCaseN(const char* other, size_t count) const {
   return CompareNoCaseN(VString(other), count);
 }
-int VString::CompareNoCaseN(const std::string& other, StringEncoding encoding,
-                            size_t count) const {
+int VString::CompareNoCaseN(const std::string& other, StringEncoding encoding, size_t count) const {
   return CompareNoCaseN(VString(other, encoding), count);
 }
 int VString::CompareNoCaseN(const std::string& other, size_t count) const {

@@ -20,11 +20,16 @@ const Poco::TextEncoding& PocoEncoding(StringEncoding encoding) {
   static const Poco::UTF8Encoding utf8;
   static const Poco::UTF16Encoding utf16(Poco::UTF16Encoding::LITTLE_ENDIAN_BYTE_ORDER);
   switch (encoding) {
-    case ASCII: return ascii;
-    case Latin1: return latin1;
-    case Latin9: return latin9;
-    case UTF16: return utf16;
-    default: return utf8;
+    case ASCII:
+      return ascii;
+    case Latin1:
+      return latin1;
+    case Latin9:
+      return latin9;
+    case UTF16:
+      return utf16;
+    default:
+      return utf8;
   }
 }
 

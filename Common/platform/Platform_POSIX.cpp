@@ -106,7 +106,8 @@ void Utf16ToCodePage(const std::string& in, std::string& out) {
   if (cd == reinterpret_cast<iconv_t>(-1)) {
     out.clear();
     for (size_t i = 0; i + 1 < in.size(); i += 2) {
-      const auto unit = static_cast<unsigned char>(in[i]) | (static_cast<unsigned char>(in[i + 1]) << 8);
+      const auto unit =
+          static_cast<unsigned char>(in[i]) | (static_cast<unsigned char>(in[i + 1]) << 8);
       out.push_back(unit < 0x80 ? static_cast<char>(unit) : '?');
     }
     if (in.size() % 2) out.push_back('?');
@@ -115,9 +116,11 @@ void Utf16ToCodePage(const std::string& in, std::string& out) {
   // Skip one character: a surrogate pair counts as one, anything else as one unit.
   Convert(cd, in, out, "?", 1, [](const char* p, size_t left) {
     if (left < 2) return left;
-    const unsigned unit = static_cast<unsigned char>(p[0]) | (static_cast<unsigned char>(p[1]) << 8);
+    const unsigned unit =
+        static_cast<unsigned char>(p[0]) | (static_cast<unsigned char>(p[1]) << 8);
     if (unit >= 0xD800 && unit <= 0xDBFF && left >= 4) {
-      const unsigned next = static_cast<unsigned char>(p[2]) | (static_cast<unsigned char>(p[3]) << 8);
+      const unsigned next =
+          static_cast<unsigned char>(p[2]) | (static_cast<unsigned char>(p[3]) << 8);
       if (next >= 0xDC00 && next <= 0xDFFF) return size_t{4};
     }
     return size_t{2};

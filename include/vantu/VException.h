@@ -72,17 +72,17 @@ class VANTU_API VException : public std::exception {
 };
 
 // Declares a subclass that adds only its identity and fixed message.
-#define VANTU_DECLARE_EXCEPTION(Class, Base)                                       \
-  class VANTU_API Class : public Base {                                             \
-   public:                                                                          \
-    explicit Class(const std::string& message, int code = 0);                       \
-    Class(const std::string& message, const VException& nested, int code = 0);      \
-    Class(const Class& other);                                                      \
-    Class& operator=(const Class& other);                                           \
-    ~Class() noexcept override;                                                     \
-    const char* Name() const noexcept override;                                     \
-    Class* Clone() const override;                                                  \
-    [[noreturn]] void Rethrow() const override;                                     \
+#define VANTU_DECLARE_EXCEPTION(Class, Base)                                   \
+  class VANTU_API Class : public Base {                                        \
+   public:                                                                     \
+    explicit Class(const std::string& message, int code = 0);                  \
+    Class(const std::string& message, const VException& nested, int code = 0); \
+    Class(const Class& other);                                                 \
+    Class& operator=(const Class& other);                                      \
+    ~Class() noexcept override;                                                \
+    const char* Name() const noexcept override;                                \
+    Class* Clone() const override;                                             \
+    [[noreturn]] void Rethrow() const override;                                \
   };
 
 VANTU_DECLARE_EXCEPTION(VantuLogicException, VException)

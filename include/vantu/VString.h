@@ -78,8 +78,8 @@ class VANTU_API VString : public VBaseObject {
   VString(const unsigned char* pascal, StringEncoding encoding);
   // Wide text (UTF-32 on POSIX, UTF-16 on Windows) and UTF-16 text, stored as UTF8 as
   // converted (not normalised). Invalid code units become U+FFFD.
-  VString(const std::wstring& text);  // NOLINT(google-explicit-constructor)
-  VString(const wchar_t* text);       // NOLINT(google-explicit-constructor)
+  VString(const std::wstring& text);    // NOLINT(google-explicit-constructor)
+  VString(const wchar_t* text);         // NOLINT(google-explicit-constructor)
   VString(const std::u16string& text);  // NOLINT(google-explicit-constructor)
   VString(const char16_t* text);        // NOLINT(google-explicit-constructor)
 
@@ -197,8 +197,7 @@ class VANTU_API VString : public VBaseObject {
   virtual int CompareNoCase(const VString& other) const;
   virtual int CompareNoCaseN(const char* other, StringEncoding encoding, size_t count) const;
   virtual int CompareNoCaseN(const char* other, size_t count) const;
-  virtual int CompareNoCaseN(const std::string& other, StringEncoding encoding,
-                             size_t count) const;
+  virtual int CompareNoCaseN(const std::string& other, StringEncoding encoding, size_t count) const;
   virtual int CompareNoCaseN(const std::string& other, size_t count) const;
   virtual int CompareNoCaseN(const VString& other, size_t count) const;
 

@@ -80,8 +80,8 @@ TEST(VExceptionTest, RethrowThroughTheBaseThrowsTheDynamicClass) {
 }
 
 TEST(VExceptionTest, NestedExceptionsAreDeepCopiedAndOwned) {
-  auto outer = std::make_unique<VantuRuntimeException>(
-      "outer", VantuFileNotFoundException("inner", 3), 5);
+  auto outer =
+      std::make_unique<VantuRuntimeException>("outer", VantuFileNotFoundException("inner", 3), 5);
   ASSERT_NE(outer->Nested(), nullptr);
   EXPECT_EQ(outer->Code(), 5);
   VantuRuntimeException copy(*outer);

@@ -24,14 +24,17 @@ std::ptrdiff_t TableEntry(MemberFunction function) {
 }
 
 // Documented slot of a class whose destructor is documented slot `destructorSlot`.
-std::ptrdiff_t EntryOf(int slot, int destructorSlot) { return slot > destructorSlot ? slot + 1 : slot; }
+std::ptrdiff_t EntryOf(int slot, int destructorSlot) {
+  return slot > destructorSlot ? slot + 1 : slot;
+}
 
-#define EXPECT_SLOT(Class, slot, Signature, name) \
-  EXPECT_EQ(TableEntry(static_cast<Signature>(&Class::name)), EntryOf(slot, 1)) << #name " slot " #slot
+#define EXPECT_SLOT(Class, slot, Signature, name)                               \
+  EXPECT_EQ(TableEntry(static_cast<Signature>(&Class::name)), EntryOf(slot, 1)) \
+      << #name " slot " #slot
 
 TEST(VTableLayoutTest, BaseObjectKeepsItsThreeSlots) {
   EXPECT_SLOT(VBaseObject, 0, const std::string& (VBaseObject::*)() const, GetClassName);
-  EXPECT_SLOT(VBaseObject, 2, void (VBaseObject::*)(const VBaseObject&), Clone);
+  EXPECT_SLOT(VBaseObject, 2, void(VBaseObject::*)(const VBaseObject&), Clone);
 }
 
 TEST(VTableLayoutTest, ExceptionSlotsFollowTheStandardBase) {
@@ -55,76 +58,76 @@ TEST(VTableLayoutTest, StringSlotsZeroToSeventy) {
   using Pascal = const unsigned char*;
   using Enc = StringEncoding;
   EXPECT_SLOT(S, 0, const std::string& (S::*)() const, GetClassName);
-  EXPECT_SLOT(S, 2, void (S::*)(const VBaseObject&), Clone);
-  EXPECT_SLOT(S, 3, bool (S::*)(const VString&) const, IsEqual);
-  EXPECT_SLOT(S, 4, bool (S::*)(const std::string&) const, IsEqual);
-  EXPECT_SLOT(S, 5, bool (S::*)(Pascal) const, IsEqual);
-  EXPECT_SLOT(S, 6, bool (S::*)(const char*) const, IsEqual);
-  EXPECT_SLOT(S, 7, VString& (S::*)(const VString&), Assign);
-  EXPECT_SLOT(S, 8, VString& (S::*)(const std::string&), Assign);
-  EXPECT_SLOT(S, 9, VString& (S::*)(Pascal), Assign);
-  EXPECT_SLOT(S, 10, VString& (S::*)(const char*), Assign);
-  EXPECT_SLOT(S, 11, VString& (S::*)(const VString&), Append);
-  EXPECT_SLOT(S, 12, VString& (S::*)(const std::string&), Append);
-  EXPECT_SLOT(S, 13, VString& (S::*)(Pascal), Append);
-  EXPECT_SLOT(S, 14, VString& (S::*)(const char*), Append);
-  EXPECT_SLOT(S, 15, VString& (S::*)(char), Append);
-  EXPECT_SLOT(S, 16, void (S::*)(Pascal, Enc), Set);
-  EXPECT_SLOT(S, 17, void (S::*)(const char*, Enc), Set);
-  EXPECT_SLOT(S, 18, void (S::*)(const std::string&, Enc), Set);
-  EXPECT_SLOT(S, 19, void (S::*)(Pascal), Set);
-  EXPECT_SLOT(S, 20, void (S::*)(const wchar_t*), Set);
-  EXPECT_SLOT(S, 21, void (S::*)(const char*), Set);
-  EXPECT_SLOT(S, 22, void (S::*)(const std::wstring&), Set);
-  EXPECT_SLOT(S, 23, void (S::*)(const std::string&), Set);
-  EXPECT_SLOT(S, 24, void (S::*)(const char*, size_t, Enc), SetRaw);
-  EXPECT_SLOT(S, 25, void (S::*)(const wchar_t*, size_t), Set);
-  EXPECT_SLOT(S, 26, void (S::*)(const char*, size_t), Set);
-  EXPECT_SLOT(S, 27, bool (S::*)(Enc), ConvertTo);
-  EXPECT_SLOT(S, 28, void (S::*)(), SwapByteOrder);
-  EXPECT_SLOT(S, 29, void (S::*)(NormalizationForm), Normalize);
-  EXPECT_SLOT(S, 30, void (S::*)(), KeepNumeric);
-  EXPECT_SLOT(S, 31, void (S::*)(), ToUpper);
-  EXPECT_SLOT(S, 32, void (S::*)(), ToLower);
-  EXPECT_SLOT(S, 33, void (S::*)(), Capitalize);
-  EXPECT_SLOT(S, 34, void (S::*)(char), Trim);
-  EXPECT_SLOT(S, 35, void (S::*)(char), TrimLeft);
-  EXPECT_SLOT(S, 36, void (S::*)(char), TrimRight);
-  EXPECT_SLOT(S, 37, std::string (S::*)(size_t, size_t) const, Mid);
-  EXPECT_SLOT(S, 38, std::string (S::*)(size_t) const, Left);
-  EXPECT_SLOT(S, 39, std::string (S::*)(size_t) const, Right);
-  EXPECT_SLOT(S, 40, size_t (S::*)(const char*, size_t) const, Find);
-  EXPECT_SLOT(S, 41, size_t (S::*)(const std::string&, size_t) const, Find);
-  EXPECT_SLOT(S, 42, uint32_t (S::*)(const char*, size_t) const, ReverseFind);
-  EXPECT_SLOT(S, 43, uint32_t (S::*)(const std::string&, size_t) const, ReverseFind);
-  EXPECT_SLOT(S, 44, std::string (S::*)(size_t, size_t, const char*), Replace);
-  EXPECT_SLOT(S, 45, std::string (S::*)(size_t, size_t, const std::string&), Replace);
-  EXPECT_SLOT(S, 46, void (S::*)(const char*, const char*), ReplaceAll);
-  EXPECT_SLOT(S, 47, void (S::*)(const VString&, const VString&), ReplaceAll);
-  EXPECT_SLOT(S, 48, void (S::*)(const std::string&, const std::string&), ReplaceAll);
-  EXPECT_SLOT(S, 49, void (S::*)(), URIEncode);
-  EXPECT_SLOT(S, 50, void (S::*)(), URIDecode);
+  EXPECT_SLOT(S, 2, void(S::*)(const VBaseObject&), Clone);
+  EXPECT_SLOT(S, 3, bool(S::*)(const VString&) const, IsEqual);
+  EXPECT_SLOT(S, 4, bool(S::*)(const std::string&) const, IsEqual);
+  EXPECT_SLOT(S, 5, bool(S::*)(Pascal) const, IsEqual);
+  EXPECT_SLOT(S, 6, bool(S::*)(const char*) const, IsEqual);
+  EXPECT_SLOT(S, 7, VString & (S::*)(const VString&), Assign);
+  EXPECT_SLOT(S, 8, VString & (S::*)(const std::string&), Assign);
+  EXPECT_SLOT(S, 9, VString & (S::*)(Pascal), Assign);
+  EXPECT_SLOT(S, 10, VString & (S::*)(const char*), Assign);
+  EXPECT_SLOT(S, 11, VString & (S::*)(const VString&), Append);
+  EXPECT_SLOT(S, 12, VString & (S::*)(const std::string&), Append);
+  EXPECT_SLOT(S, 13, VString & (S::*)(Pascal), Append);
+  EXPECT_SLOT(S, 14, VString & (S::*)(const char*), Append);
+  EXPECT_SLOT(S, 15, VString & (S::*)(char), Append);
+  EXPECT_SLOT(S, 16, void(S::*)(Pascal, Enc), Set);
+  EXPECT_SLOT(S, 17, void(S::*)(const char*, Enc), Set);
+  EXPECT_SLOT(S, 18, void(S::*)(const std::string&, Enc), Set);
+  EXPECT_SLOT(S, 19, void(S::*)(Pascal), Set);
+  EXPECT_SLOT(S, 20, void(S::*)(const wchar_t*), Set);
+  EXPECT_SLOT(S, 21, void(S::*)(const char*), Set);
+  EXPECT_SLOT(S, 22, void(S::*)(const std::wstring&), Set);
+  EXPECT_SLOT(S, 23, void(S::*)(const std::string&), Set);
+  EXPECT_SLOT(S, 24, void(S::*)(const char*, size_t, Enc), SetRaw);
+  EXPECT_SLOT(S, 25, void(S::*)(const wchar_t*, size_t), Set);
+  EXPECT_SLOT(S, 26, void(S::*)(const char*, size_t), Set);
+  EXPECT_SLOT(S, 27, bool(S::*)(Enc), ConvertTo);
+  EXPECT_SLOT(S, 28, void(S::*)(), SwapByteOrder);
+  EXPECT_SLOT(S, 29, void(S::*)(NormalizationForm), Normalize);
+  EXPECT_SLOT(S, 30, void(S::*)(), KeepNumeric);
+  EXPECT_SLOT(S, 31, void(S::*)(), ToUpper);
+  EXPECT_SLOT(S, 32, void(S::*)(), ToLower);
+  EXPECT_SLOT(S, 33, void(S::*)(), Capitalize);
+  EXPECT_SLOT(S, 34, void(S::*)(char), Trim);
+  EXPECT_SLOT(S, 35, void(S::*)(char), TrimLeft);
+  EXPECT_SLOT(S, 36, void(S::*)(char), TrimRight);
+  EXPECT_SLOT(S, 37, std::string(S::*)(size_t, size_t) const, Mid);
+  EXPECT_SLOT(S, 38, std::string(S::*)(size_t) const, Left);
+  EXPECT_SLOT(S, 39, std::string(S::*)(size_t) const, Right);
+  EXPECT_SLOT(S, 40, size_t(S::*)(const char*, size_t) const, Find);
+  EXPECT_SLOT(S, 41, size_t(S::*)(const std::string&, size_t) const, Find);
+  EXPECT_SLOT(S, 42, uint32_t(S::*)(const char*, size_t) const, ReverseFind);
+  EXPECT_SLOT(S, 43, uint32_t(S::*)(const std::string&, size_t) const, ReverseFind);
+  EXPECT_SLOT(S, 44, std::string(S::*)(size_t, size_t, const char*), Replace);
+  EXPECT_SLOT(S, 45, std::string(S::*)(size_t, size_t, const std::string&), Replace);
+  EXPECT_SLOT(S, 46, void(S::*)(const char*, const char*), ReplaceAll);
+  EXPECT_SLOT(S, 47, void(S::*)(const VString&, const VString&), ReplaceAll);
+  EXPECT_SLOT(S, 48, void(S::*)(const std::string&, const std::string&), ReplaceAll);
+  EXPECT_SLOT(S, 49, void(S::*)(), URIEncode);
+  EXPECT_SLOT(S, 50, void(S::*)(), URIDecode);
   // The four comparison families, each: cstr + enc, cstr, std + enc, std, VString.
-  EXPECT_SLOT(S, 51, int (S::*)(const char*, Enc) const, Compare);
-  EXPECT_SLOT(S, 52, int (S::*)(const char*) const, Compare);
-  EXPECT_SLOT(S, 53, int (S::*)(const std::string&, Enc) const, Compare);
-  EXPECT_SLOT(S, 54, int (S::*)(const std::string&) const, Compare);
-  EXPECT_SLOT(S, 55, int (S::*)(const VString&) const, Compare);
-  EXPECT_SLOT(S, 56, int (S::*)(const char*, Enc, size_t) const, CompareN);
-  EXPECT_SLOT(S, 57, int (S::*)(const char*, size_t) const, CompareN);
-  EXPECT_SLOT(S, 58, int (S::*)(const std::string&, Enc, size_t) const, CompareN);
-  EXPECT_SLOT(S, 59, int (S::*)(const std::string&, size_t) const, CompareN);
-  EXPECT_SLOT(S, 60, int (S::*)(const VString&, size_t) const, CompareN);
-  EXPECT_SLOT(S, 61, int (S::*)(const char*, Enc) const, CompareNoCase);
-  EXPECT_SLOT(S, 62, int (S::*)(const char*) const, CompareNoCase);
-  EXPECT_SLOT(S, 63, int (S::*)(const std::string&, Enc) const, CompareNoCase);
-  EXPECT_SLOT(S, 64, int (S::*)(const std::string&) const, CompareNoCase);
-  EXPECT_SLOT(S, 65, int (S::*)(const VString&) const, CompareNoCase);
-  EXPECT_SLOT(S, 66, int (S::*)(const char*, Enc, size_t) const, CompareNoCaseN);
-  EXPECT_SLOT(S, 67, int (S::*)(const char*, size_t) const, CompareNoCaseN);
-  EXPECT_SLOT(S, 68, int (S::*)(const std::string&, Enc, size_t) const, CompareNoCaseN);
-  EXPECT_SLOT(S, 69, int (S::*)(const std::string&, size_t) const, CompareNoCaseN);
-  EXPECT_SLOT(S, 70, int (S::*)(const VString&, size_t) const, CompareNoCaseN);
+  EXPECT_SLOT(S, 51, int(S::*)(const char*, Enc) const, Compare);
+  EXPECT_SLOT(S, 52, int(S::*)(const char*) const, Compare);
+  EXPECT_SLOT(S, 53, int(S::*)(const std::string&, Enc) const, Compare);
+  EXPECT_SLOT(S, 54, int(S::*)(const std::string&) const, Compare);
+  EXPECT_SLOT(S, 55, int(S::*)(const VString&) const, Compare);
+  EXPECT_SLOT(S, 56, int(S::*)(const char*, Enc, size_t) const, CompareN);
+  EXPECT_SLOT(S, 57, int(S::*)(const char*, size_t) const, CompareN);
+  EXPECT_SLOT(S, 58, int(S::*)(const std::string&, Enc, size_t) const, CompareN);
+  EXPECT_SLOT(S, 59, int(S::*)(const std::string&, size_t) const, CompareN);
+  EXPECT_SLOT(S, 60, int(S::*)(const VString&, size_t) const, CompareN);
+  EXPECT_SLOT(S, 61, int(S::*)(const char*, Enc) const, CompareNoCase);
+  EXPECT_SLOT(S, 62, int(S::*)(const char*) const, CompareNoCase);
+  EXPECT_SLOT(S, 63, int(S::*)(const std::string&, Enc) const, CompareNoCase);
+  EXPECT_SLOT(S, 64, int(S::*)(const std::string&) const, CompareNoCase);
+  EXPECT_SLOT(S, 65, int(S::*)(const VString&) const, CompareNoCase);
+  EXPECT_SLOT(S, 66, int(S::*)(const char*, Enc, size_t) const, CompareNoCaseN);
+  EXPECT_SLOT(S, 67, int(S::*)(const char*, size_t) const, CompareNoCaseN);
+  EXPECT_SLOT(S, 68, int(S::*)(const std::string&, Enc, size_t) const, CompareNoCaseN);
+  EXPECT_SLOT(S, 69, int(S::*)(const std::string&, size_t) const, CompareNoCaseN);
+  EXPECT_SLOT(S, 70, int(S::*)(const VString&, size_t) const, CompareNoCaseN);
 }
 
 TEST(VTableLayoutTest, TheUtf16SetFormsAreNotVirtual) {
