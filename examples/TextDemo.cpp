@@ -10,7 +10,7 @@ namespace {
 void Show(const char* label, const VString& text) {
   static const char* const kNames[] = {"SystemCodePage", "ASCII", "Latin1",
                                        "Latin9",         "UTF8",  "UTF16"};
-  std::printf("%-34s %-8s %2zu bytes:", label, kNames[text.GetEncoding()], text.Length());
+  std::printf("%-38s %-8s %2zu bytes:", label, kNames[text.GetEncoding()], text.Length());
   for (unsigned char c : text.GetString()) std::printf(" %02X", c);
   std::printf("\n");
 }
@@ -48,12 +48,11 @@ int main() {
 
   std::printf("\nLatin-1 and UTF-8 spellings equal as text: %s\n",
               latin.IsEqual(greeting) ? "yes" : "no");
-  std::printf(
-      "CompareNoCase(\"GR\\xC3\\x9C\\xC3\\x9F"
-      "E\") = %d (ASCII letters only)\n",
-      greeting.CompareNoCase("GRU\xCC\x88\xC3\x9F"
-                             "E",
-                             UTF8));
+  // Only ASCII letters fold: "GRüßE" matches, "GRÜSSE" would not.
+  std::printf("Gr\u00fc\u00dfe vs GR\u00fc\u00dfE ignoring ASCII case: %d (0 means equal)\n",
+              greeting.CompareNoCase("GR\xC3\xBC\xC3\x9F"
+                                     "E",
+                                     UTF8));
 
   VString path("reports/2026/summary.txt", UTF8);
   path.ReplaceAll("/", "\\");

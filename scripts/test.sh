@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Builds libvantu and passes its tests, from a fresh Debian 12 machine:
+#   1. installs the Debian packages it needs (scripts/install-deps.sh);
+#   2. checks the formatting of the sources;
+#   3. builds everything (library, tests, benchmarks, examples) and runs the tests;
+#   4. builds again with AddressSanitizer + UndefinedBehaviorSanitizer and runs the tests;
+#   5. installs the library into a staging prefix and builds and runs a consumer project
+#      against it, once through find_package(Vantu) and once through pkg-config.
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$root"
+jobs="${VANTU_JOBS:-$(nproc)}"
+
+"$root/scripts/install-deps.sh"
+
+echo "== formatting"
+files=$(git ls-files '*.cpp' '*.h' '*.c' 2>/dev/null || find include Common tests bench fuzz examples tools -name '*.cpp' -o -name '*.h' -o -name '*.c')
+clang-format --dry-run --Werror $files
+
+run_suite() {  # name, extra cmake arguments...
+  local name="$1"
+  shift
+  local dir="$root/build-$name"
+  echo "== $name build"
+  cmake -S "$root" -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+  echo "== $name tests"
+  (cd "$dir" && ctest --output-on-failure -j "$jobs")
+}
+
+run_suite release -DCMAKE_INSTALL_PREFIX="$root/build-release/stage"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_suite asan -DVANTU_SANITIZE=address,undefined -DVANTU_BUILD_BENCHMARKS=OFF \
+  -DVANTU_BUILD_EXAMPLES=OFF
+
+echo "== install and consume"
+stage="$root/build-release/stage"
+rm -rf "$stage"
+cmake --install "$root/build-release" >/dev/null
+consumer="$root/build-release/consumer"
+rm -rf "$consumer"
+cmake -S "$root/tests/consumer" -B "$consumer" -DCMAKE_PREFIX_PATH="$stage" >/dev/null
+cmake --build "$consumer" -j "$jobs" >/dev/null
+"$consumer/vantu_consumer"
+PKG_CONFIG_PATH="$stage/lib/pkgconfig:$stage/lib/x86_64-linux-gnu/pkgconfig" \
+  sh -c 'c++ -std=c++17 "$0" $(pkg-config --cflags --libs vantu) -o "$1"' \
+  "$root/tests/consumer/main.cpp" "$consumer/vantu_consumer_pc"
+LD_LIBRARY_PATH="$stage/lib:$stage/lib/x86_64-linux-gnu" "$consumer/vantu_consumer_pc"
+echo "== all passed"
