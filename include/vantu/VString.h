@@ -12,15 +12,16 @@
 // characters the target cannot hold: they become "?". Invalid input in any encoding never
 // crashes, never reads past its buffer and never makes a conversion throw.
 //
-// Errors: Mid, Right and Replace throw std::out_of_range as std::string does; allocation
-// failures throw std::bad_alloc and leave the object valid. Nothing else throws.
+// Errors: Mid, Right and Replace throw std::out_of_range as std::string does; the number
+// parsers throw what their comments say; allocation failures throw std::bad_alloc and leave the
+// object valid. Nothing else throws.
 //
 // Thread safety: a VString is a value without locks. Several threads may read one at once
 // unless one of them passes it as the argument of an operation on a string of another
 // encoding: that fills its converted view, a cache inside the argument.
 //
-// The virtual operations are part of the library's binary interface; they are declared in slot
-// order (slot numbers in the comments) and further slots are only ever appended.
+// The virtual operations are part of the library's binary interface: 116 slots, declared in
+// slot order (slot numbers in the comments).
 //
 //   VString name("Gr\xC3\xBC\xC3\x9F" "e", UTF8);
 //   name.ConvertTo(Latin1);        // bytes 47 72 FC DF 65
@@ -31,6 +32,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <vantu/Export.h>
 #include <vantu/VBaseObject.h>
@@ -201,6 +203,111 @@ class VANTU_API VString : public VBaseObject {
   virtual int CompareNoCaseN(const std::string& other, size_t count) const;
   virtual int CompareNoCaseN(const VString& other, size_t count) const;
 
+  // Slots 71-89: replace the text by a formatted number; the encoding stays as it is.
+  // Slot 71: POCO's default rendering of a double ("1.5", "1e+20"); 72: fixed with `precision`
+  // decimals. Slots 73-74 the same for float.
+  virtual void SetDouble(double value);
+  virtual void SetDouble(double value, int precision);
+  virtual void SetFloat(float value);
+  virtual void SetFloat(float value, int precision);
+  // Slots 75-80: decimal. SetInt64 is SetInt(long long) under another name.
+  virtual void SetInt(int value);
+  virtual void SetInt(unsigned int value);
+  virtual void SetInt(long value);
+  virtual void SetInt(unsigned long value);
+  virtual void SetInt(long long value);
+  virtual void SetInt64(int64_t value);
+  // Slot 81: the four bytes of a four-character code, most significant first (the inverse of
+  // ToFourCC); returns them and leaves this string unchanged.
+  virtual std::string FormatFourCC(uint32_t fourcc) const;
+  // Slot 82: "major.minor.patch" from v >> 16, (v >> 8) & 255 and v & 255.
+  virtual void SetVersion(uint32_t version);
+  // Slots 83-85: upper-case hexadecimal. Bytes give two digits each, without separators; an int
+  // gives its 32-bit two's complement without leading zeros ("FFFFFFFF" for -1).
+  virtual void SetHex(const unsigned char* bytes, size_t count);
+  virtual void SetHex(unsigned char b0, unsigned char b1, unsigned char b2, unsigned char b3);
+  virtual void SetHex(int value);
+  // Slot 86: decimal.
+  virtual void SetInt(unsigned long long value);
+  // Slots 87-89: "first,second" in decimal. From one int: its upper and lower 16-bit halves,
+  // each signed ("1,-1" for 0x0001FFFF); from two ints: both; from a 64-bit value: its upper and
+  // lower 32-bit halves, each read as a signed 32-bit number.
+  virtual void SetPair(int packed);
+  virtual void SetPair(int first, int second);
+  virtual void SetPair(unsigned long long packed);
+
+  // Slots 90-111: parse the text, which is left unchanged. Empty text gives 0. Decimal point
+  // ".", thousands separator ",". Unless stated otherwise, text that is not a number of the
+  // required form throws Poco::SyntaxException (from <Poco/Exception.h>; a
+  // Poco::DataException and a std::exception).
+  virtual double ToDouble() const;
+  // Narrowed to float.
+  virtual float ToFloat() const;
+  // Slot 92: a signed 32-bit decimal integer.
+  virtual int ToInt() const;
+  // Slot 93: the first four bytes b0 b1 b2 b3 as b0 << 24 | b1 << 16 | b2 << 8 | b3. Throws
+  // std::out_of_range when the text has fewer than four bytes.
+  virtual uint32_t ToFourCC() const;
+  // Slot 94: a signed 64-bit decimal integer. Throws std::out_of_range when the number does not
+  // fit in 64 bits, Poco::SyntaxException when the text is not a decimal integer.
+  virtual long long ToInt64() const;
+  // Slot 95: the whole text as hexadecimal (POCO's parser: digits, optional "0x" prefix).
+  virtual uint32_t ToHex() const;
+  // Slot 96: the byte written by SetHex(bytes, count) at `index`: the two hexadecimal digits at
+  // byte positions 2 * index and 2 * index + 1. Throws std::out_of_range when they lie beyond
+  // the text, Poco::SyntaxException when they are not hexadecimal digits.
+  virtual unsigned char ToHexByte(uint32_t index) const;
+  // Slot 97: decodes the whole text as pairs of hexadecimal digits (the inverse of
+  // SetHex(bytes, count)) into buffer. Returns 0 on success, 0xFFFFFFFF when the buffer holds
+  // fewer than Length() / 2 bytes, 0xFFFFFFFE when the text is not pairs of hexadecimal digits;
+  // on failure nothing is written. Never throws.
+  virtual uint32_t GetHex(unsigned char* buffer, uint32_t size) const;
+  // Slot 98: unsigned 64-bit decimal.
+  virtual uint64_t ToUInt64() const;
+  // Slots 99-100: as ToDouble and ToUInt64, but they report failure by returning false (value
+  // untouched) instead of throwing.
+  virtual bool TryToDouble(double& value) const;
+  virtual bool TryToUInt64(uint64_t& value) const;
+
+  // Slots 101-104: the values joined by ",", each rendered as SetFloat(value) or in decimal.
+  // A count of 0 gives empty text.
+  virtual void SetList(const float* values, uint8_t count);
+  virtual void SetList(const uint16_t* values, uint8_t count);
+  virtual void SetList(const int16_t* values, uint8_t count);
+  virtual void SetList(const uint8_t* values, uint8_t count);
+  // Slots 105-108: split the text at every "," and parse each piece: as a float, or as a
+  // decimal integer of the element type (a value out of the type's range is not of the
+  // required form). The array forms store at most `capacity` values and return how many they
+  // stored; the vector form replaces the vector's content. Empty text gives no values; an empty
+  // piece is not a number and throws.
+  virtual size_t ToList(float* values, size_t capacity) const;
+  virtual size_t ToList(uint16_t* values, size_t capacity) const;
+  virtual size_t ToList(uint8_t* values, size_t capacity) const;
+  virtual void ToList(std::vector<int>& values) const;
+
+  // Slot 109: printf-style formatting into a new VString, built from the bytes as
+  // VString(const std::string&) builds it (a leading byte-order mark decides the encoding,
+  // else SystemCodePage). This string is not changed.
+  virtual VString Format(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+
+  // Slot 110: unsigned 32-bit decimal.
+  virtual uint32_t ToUInt() const;
+  // Slot 111: ToUInt64 under another name.
+  virtual unsigned long long ToULongLong() const;
+
+  // Slots 112-115: Base64 with POCO's codec (standard alphabet, padding, lines of 72 characters
+  // ended by CR LF). The encoding value is left as it is.
+  virtual void SetBase64(const void* data, unsigned int count);
+  // Replaces the text by the Base64 encoding of its own bytes.
+  virtual void EncodeBase64();
+  // Decodes the text into buffer; `count` is the buffer's size on entry and the number of bytes
+  // decoded on return. Returns false, writing nothing, when the buffer is too small or the text
+  // is not Base64. The text is unchanged.
+  virtual bool GetBase64(unsigned char* buffer, unsigned int& count) const;
+  // Replaces the text by the decoding of its Base64 content. Throws Poco::DataFormatException
+  // (a Poco::DataException) when the text is not Base64, leaving it unchanged.
+  virtual void DecodeBase64();
+
   // UTF-16 forms of the wide Set operations (not virtual).
   void Set(const char16_t* text);
   void Set(const std::u16string& text);
@@ -222,6 +329,8 @@ class VANTU_API VString : public VBaseObject {
   void SetUtf16Bytes(const char* data);
   // Marks the text as replaced: converted view emptied, normalisation unknown.
   void TextReplaced() noexcept;
+  // Replaces the bytes, keeping the encoding.
+  void ReplaceText(std::string text) noexcept;
   // The other string's text in this string's encoding (its converted view when they differ).
   const std::string& ViewOf(const VString& other) const;
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <vantu/VBaseObject.h>
 #include <vantu/VException.h>
@@ -128,6 +129,67 @@ TEST(VTableLayoutTest, StringSlotsZeroToSeventy) {
   EXPECT_SLOT(S, 68, int(S::*)(const std::string&, Enc, size_t) const, CompareNoCaseN);
   EXPECT_SLOT(S, 69, int(S::*)(const std::string&, size_t) const, CompareNoCaseN);
   EXPECT_SLOT(S, 70, int(S::*)(const VString&, size_t) const, CompareNoCaseN);
+}
+
+TEST(VTableLayoutTest, StringSlotsSeventyOneToTheLast) {
+  using S = VString;
+  using UChar = unsigned char;
+  EXPECT_SLOT(S, 71, void(S::*)(double), SetDouble);
+  EXPECT_SLOT(S, 72, void(S::*)(double, int), SetDouble);
+  EXPECT_SLOT(S, 73, void(S::*)(float), SetFloat);
+  EXPECT_SLOT(S, 74, void(S::*)(float, int), SetFloat);
+  EXPECT_SLOT(S, 75, void(S::*)(int), SetInt);
+  EXPECT_SLOT(S, 76, void(S::*)(unsigned int), SetInt);
+  EXPECT_SLOT(S, 77, void(S::*)(long), SetInt);
+  EXPECT_SLOT(S, 78, void(S::*)(unsigned long), SetInt);
+  EXPECT_SLOT(S, 79, void(S::*)(long long), SetInt);
+  EXPECT_SLOT(S, 80, void(S::*)(int64_t), SetInt64);
+  EXPECT_SLOT(S, 81, std::string(S::*)(uint32_t) const, FormatFourCC);
+  EXPECT_SLOT(S, 82, void(S::*)(uint32_t), SetVersion);
+  EXPECT_SLOT(S, 83, void(S::*)(const UChar*, size_t), SetHex);
+  EXPECT_SLOT(S, 84, void(S::*)(UChar, UChar, UChar, UChar), SetHex);
+  EXPECT_SLOT(S, 85, void(S::*)(int), SetHex);
+  EXPECT_SLOT(S, 86, void(S::*)(unsigned long long), SetInt);
+  EXPECT_SLOT(S, 87, void(S::*)(int), SetPair);
+  EXPECT_SLOT(S, 88, void(S::*)(int, int), SetPair);
+  EXPECT_SLOT(S, 89, void(S::*)(unsigned long long), SetPair);
+  EXPECT_SLOT(S, 90, double(S::*)() const, ToDouble);
+  EXPECT_SLOT(S, 91, float(S::*)() const, ToFloat);
+  EXPECT_SLOT(S, 92, int(S::*)() const, ToInt);
+  EXPECT_SLOT(S, 93, uint32_t(S::*)() const, ToFourCC);
+  EXPECT_SLOT(S, 94, long long (S::*)() const, ToInt64);
+  EXPECT_SLOT(S, 95, uint32_t(S::*)() const, ToHex);
+  EXPECT_SLOT(S, 96, UChar(S::*)(uint32_t) const, ToHexByte);
+  EXPECT_SLOT(S, 97, uint32_t(S::*)(UChar*, uint32_t) const, GetHex);
+  EXPECT_SLOT(S, 98, uint64_t(S::*)() const, ToUInt64);
+  EXPECT_SLOT(S, 99, bool(S::*)(double&) const, TryToDouble);
+  EXPECT_SLOT(S, 100, bool(S::*)(uint64_t&) const, TryToUInt64);
+  EXPECT_SLOT(S, 101, void(S::*)(const float*, uint8_t), SetList);
+  EXPECT_SLOT(S, 102, void(S::*)(const uint16_t*, uint8_t), SetList);
+  EXPECT_SLOT(S, 103, void(S::*)(const int16_t*, uint8_t), SetList);
+  EXPECT_SLOT(S, 104, void(S::*)(const uint8_t*, uint8_t), SetList);
+  EXPECT_SLOT(S, 105, size_t(S::*)(float*, size_t) const, ToList);
+  EXPECT_SLOT(S, 106, size_t(S::*)(uint16_t*, size_t) const, ToList);
+  EXPECT_SLOT(S, 107, size_t(S::*)(uint8_t*, size_t) const, ToList);
+  EXPECT_SLOT(S, 108, void(S::*)(std::vector<int>&) const, ToList);
+  EXPECT_SLOT(S, 109, VString(S::*)(const char*, ...) const, Format);
+  EXPECT_SLOT(S, 110, uint32_t(S::*)() const, ToUInt);
+  EXPECT_SLOT(S, 111, unsigned long long (S::*)() const, ToULongLong);
+  EXPECT_SLOT(S, 112, void(S::*)(const void*, unsigned int), SetBase64);
+  EXPECT_SLOT(S, 113, void(S::*)(), EncodeBase64);
+  EXPECT_SLOT(S, 114, bool(S::*)(UChar*, unsigned int&) const, GetBase64);
+  EXPECT_SLOT(S, 115, void(S::*)(), DecodeBase64);
+}
+
+// 116 documented slots, one of them the destructor's two entries: 117 entries in all. A class
+// that appends one virtual operation puts it at entry 117.
+class Extended : public VString {
+ public:
+  virtual void Appended() {}
+};
+
+TEST(VTableLayoutTest, StringHasExactlyOneHundredSixteenSlots) {
+  EXPECT_EQ(TableEntry(&Extended::Appended), 117);
 }
 
 TEST(VTableLayoutTest, TheUtf16SetFormsAreNotVirtual) {
