@@ -68,6 +68,40 @@ void AppendUtf8FromUtf16LE(const char* bytes, size_t units, std::string& out) {
                   units, out);
 }
 
+void AppendUtf16FromUtf8(const std::string& text, std::u16string& out) {
+  const auto* b = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  out.reserve(out.size() + n);
+  size_t i = 0;
+  while (i < n) {
+    const unsigned char lead = b[i];
+    char32_t c = kReplacement;
+    size_t length = 1;
+    if (lead < 0x80) {
+      c = lead;
+    } else if (lead >= 0xC2 && lead <= 0xF4) {
+      const size_t need = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+      // The second byte's range rules out overlong forms, surrogates and values past U+10FFFF.
+      const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+      const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+      bool valid = i + need <= n && b[i + 1] >= low && b[i + 1] <= high;
+      for (size_t k = 2; valid && k < need; ++k) valid = (b[i + k] & 0xC0) == 0x80;
+      if (valid) {
+        c = lead & (0x7F >> need);
+        for (size_t k = 1; k < need; ++k) c = (c << 6) | (b[i + k] & 0x3F);
+        length = need;
+      }
+    }
+    if (c >= 0x10000) {
+      out.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(c));
+    }
+    i += length;
+  }
+}
+
 size_t Utf16LEUnitLength(const char* bytes) {
   size_t n = 0;
   while (bytes[2 * n] != 0 || bytes[2 * n + 1] != 0) ++n;

@@ -14,6 +14,10 @@ void AppendUtf8FromUtf16(const char16_t* text, size_t count, std::string& out);
 // The same for UTF-16 stored as little-endian byte pairs; `units` counts pairs.
 void AppendUtf8FromUtf16LE(const char* bytes, size_t units, std::string& out);
 
+// Appends the UTF-16 form of UTF-8 text; each byte that does not start a valid sequence becomes
+// U+FFFD.
+void AppendUtf16FromUtf8(const std::string& text, std::u16string& out);
+
 // Number of 16-bit little-endian units before the first 0x0000 unit.
 size_t Utf16LEUnitLength(const char* bytes);
 

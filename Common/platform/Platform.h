@@ -3,6 +3,7 @@
 #ifndef VANTU_PLATFORM_PLATFORM_H
 #define VANTU_PLATFORM_PLATFORM_H
 
+#include <cstdio>
 #include <string>
 
 namespace vantu::platform {
@@ -18,6 +19,37 @@ void CodePageToUtf16(const std::string& in, std::string& out);
 // Converts UTF-16LE bytes into the thread's code page, replacing `out`. Characters the code page
 // cannot hold, unpaired surrogates and a trailing odd byte become "?".
 void Utf16ToCodePage(const std::string& in, std::string& out);
+
+// ---------------------------------------------------------------------------------------------
+// Files. Paths are the UTF-8 bytes the file system sees.
+
+// What a directory entry is, from one lstat (and a stat for a symbolic link).
+enum class FileKind { kMissing, kFile, kDirectory, kLinkToExisting, kOther };
+FileKind GetFileKind(const std::string& path);
+
+// Device and inode of what the path names (links followed).
+struct FileIdentity {
+  unsigned long long device = 0;
+  unsigned long long inode = 0;
+  bool operator==(const FileIdentity& other) const {
+    return device == other.device && inode == other.inode;
+  }
+};
+bool GetFileIdentity(const std::string& path, FileIdentity& identity);
+
+// The path is a symbolic link whose target exists.
+bool IsSymbolicLinkToExisting(const std::string& path);
+// For a symbolic link whose target exists: its fully resolved target. False otherwise.
+bool ResolveSymbolicLink(const std::string& path, std::string& target);
+
+// Whether no one is still writing the file; see VFile::IsAvailable.
+bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite);
+
+// Opens a file for reading in binary mode, closed on exec; null on failure.
+std::FILE* OpenForReading(const std::string& path);
+
+// The running executable's full path; empty when unknown.
+std::string ExecutablePath();
 
 }  // namespace vantu::platform
 

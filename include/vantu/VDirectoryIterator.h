@@ -1,0 +1,43 @@
+// VDirectoryIterator: walks a directory and hands each entry to a callback.
+//
+// Iterate visits the entries in the order the file system lists them (no sorting). Files go to
+// the callback; directories too when `includeDirectories` is set, and with `recursive` the walk
+// descends into them (after their callback) while `depth` allows: depth counts the levels below
+// the starting directory that may still be entered, 0 meaning none. A symbolic link whose target
+// exists is followed one level and its resolved target stands for the entry. A directory already
+// on the current descent chain (same device and inode, as symbolic links can make cycles) is
+// handed to the callback but never entered again.
+//
+// The walk stops at the first non-zero result of a callback or of a nested walk; on a directory
+// entry the nested walk's result replaces the callback's. Iterate returns the last result, 0 when
+// no callback was made, or -1 when an exception escaped (the callback's own exceptions
+// included); it never throws.
+//
+// Thread safety: no shared state; one walk per object at a time.
+#ifndef VANTU_VDIRECTORYITERATOR_H
+#define VANTU_VDIRECTORYITERATOR_H
+
+#include <vantu/Export.h>
+#include <vantu/VFile.h>
+
+class VANTU_API VDirectoryIterator {
+ public:
+  using Callback = int (*)(VFile& entry, void* userData);
+
+  VDirectoryIterator(Callback callback, bool includeDirectories);
+  // No callback: a walk visits nothing and returns 0.
+  explicit VDirectoryIterator(bool includeDirectories);
+  virtual ~VDirectoryIterator();
+
+  int Iterate(const VFile& directory, bool recursive, void* userData, unsigned int depth);
+
+ private:
+  struct Chain;
+  int Walk(const VFile& directory, bool recursive, void* userData, unsigned int depth,
+           const Chain* chain);
+
+  bool includeDirectories_;
+  Callback callback_;
+};
+
+#endif  // VANTU_VDIRECTORYITERATOR_H

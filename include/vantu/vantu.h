@@ -1,0 +1,72 @@
+/* The flat C interface of libvantu.
+ *
+ * Conventions:
+ * - The header compiles as C and as C++; every function has C linkage and never throws.
+ * - Handles are opaque `void*` values made by a create function; one destroy function of the
+ *   subsystem deletes them and ignores a null handle.
+ * - Status results: 0 for success, -1 for a bad handle or a too-small buffer; questions answer
+ *   1 or 0.
+ * - Narrow text is NUL-terminated; paths are read as VString reads a `const char*` (a
+ *   byte-order mark decides the encoding, else the system code page, UTF-8 on most systems).
+ * - UTF-16 text is `vantu_char16`: `wchar_t` on Windows, `char16_t` (in C, `uint16_t`)
+ *   elsewhere, so a function named UTF-16 yields UTF-16 everywhere.
+ * - Pointers other than those documented as "may be null" must not be null.
+ */
+#ifndef VANTU_FLAT_H
+#define VANTU_FLAT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <vantu/Export.h>
+
+#if defined(_WIN32)
+typedef wchar_t vantu_char16;
+#elif defined(__cplusplus)
+typedef char16_t vantu_char16;
+#else
+typedef uint16_t vantu_char16;
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- File utilities ------------------------------------------------------------------------ */
+
+/* *crc = CRC-32 (zlib's) of the strlen(text) bytes of text; 0 for "". */
+VANTU_API void vantu_GetCRC(const char* text, unsigned int* crc);
+/* *crc = CRC-32 of `length` bytes. */
+VANTU_API void vantu_GetCRCEx(const char* data, unsigned int length, unsigned int* crc);
+/* *crc = CRC-32 of the file's content; 0 when the file is missing, unreadable, held open for
+ * writing by another process, or empty. The size is read as a signed 32-bit value, so files of
+ * 2 GiB or more are not summed correctly. */
+VANTU_API void vantu_GetFileInfo(const char* path, unsigned int* crc);
+/* 1 when the path names an existing regular file, else 0. */
+VANTU_API int vantu_IsFile(const char* path);
+/* 1 when the file exists, is not empty and no process holds it open for writing, else 0. */
+VANTU_API int vantu_IsFileAvailable(const char* path);
+/* The path's text as VPath stores it. The text stays valid until the next call of this function
+ * on the same thread. */
+VANTU_API const char* vantu_Path_CStr(const char* path);
+/* Converts narrow text to NUL-terminated UTF-16 in out; unless `plain`, a first code unit 0xFFFE
+ * precedes the text. The caller's buffer must be large enough: not checked. */
+VANTU_API void vantu_ToUTF16(const char* text, vantu_char16* out, int plain);
+/* Converts NUL-terminated UTF-16 text to NUL-terminated UTF-8 in out; with `withBom`, non-empty
+ * text starts with EF BB BF. The caller's buffer must be large enough: not checked. */
+VANTU_API void vantu_ToUTF8(const vantu_char16* text, char* out, int withBom);
+/* A unique name: prefix (may be null) followed by the decimal count of 100-nanosecond units
+ * since 1582-10-15 (UUID time). Two calls within one microsecond give the same name. 0 and the
+ * name in out when it fits in `size` characters with its terminator; else -1, out untouched. */
+VANTU_API int vantu_UniqueTempName(char* out, size_t size, const char* prefix);
+/* The same name appended to the temporary folder ($TMPDIR, else /tmp/), in UTF-8. No file is
+ * created. */
+VANTU_API int vantu_UniqueTempFile(char* out, size_t size, const char* prefix);
+/* vantu_UniqueTempFile in UTF-16; `size` counts code units. */
+VANTU_API int vantu_UniqueTempWFile(vantu_char16* out, size_t size, const vantu_char16* prefix);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VANTU_FLAT_H */
