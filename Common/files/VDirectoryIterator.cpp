@@ -1,6 +1,7 @@
 #include <vantu/VDirectoryIterator.h>
 
-#include <Poco/DirectoryIterator.h>
+#include <string>
+#include <vector>
 
 #include "internal/PathText.h"
 #include "platform/Platform.h"
@@ -44,30 +45,31 @@ int VDirectoryIterator::Iterate(const VFile& directory, bool recursive, void* us
 
 int VDirectoryIterator::Walk(const VFile& directory, bool recursive, void* userData,
                              unsigned int depth, const Chain* chain) {
-  int result = 0;
+  using vantu::platform::FileKind;
   const VPath path = directory.GetPath();
   if (path.Length() == 0) return 0;
-  Poco::DirectoryIterator it(PathBytes(path));
-  const Poco::DirectoryIterator end;
-  for (; it != end && result == 0; ++it) {
+  std::string prefix = PathBytes(path);
+  const std::vector<vantu::platform::DirectoryEntry> entries =
+      vantu::platform::ListDirectory(prefix);
+  if (prefix.empty() || prefix.back() != '/') prefix.push_back('/');
+  int result = 0;
+  for (auto it = entries.begin(); it != entries.end() && result == 0; ++it) {
     VPath entryPath;
-    vantu::internal::SetPathBytes(entryPath, it.path().toString(), path.GetEncoding());
-    VFile entry(entryPath);
-    // One lstat tells links, files and directories apart; links are resolved first.
-    vantu::platform::FileKind kind = vantu::platform::GetFileKind(PathBytes(entry.GetPath()));
-    if (kind == vantu::platform::FileKind::kLinkToExisting) {
-      VPath target = entry.GetPath();
-      target.ResolveShortcut();
-      entry = VFile(target);
-      kind = vantu::platform::GetFileKind(PathBytes(target));
+    vantu::internal::SetPathBytes(entryPath, prefix + it->name, path.GetEncoding());
+    FileKind kind = it->kind;
+    // A link whose target exists stands for its resolved target from here on.
+    if (kind == FileKind::kLinkToExisting) {
+      entryPath.ResolveShortcut();
+      kind = vantu::platform::GetFileKind(PathBytes(entryPath));
     }
-    if (kind == vantu::platform::FileKind::kFile) {
+    VFile entry(entryPath);
+    if (kind == FileKind::kFile) {
       if (callback_ != nullptr) result = callback_(entry, userData);
-    } else if (kind == vantu::platform::FileKind::kDirectory) {
+    } else if (kind == FileKind::kDirectory) {
       if (includeDirectories_ && callback_ != nullptr) result = callback_(entry, userData);
       if (recursive && depth > 0) {
         vantu::platform::FileIdentity id;
-        const bool known = vantu::platform::GetFileIdentity(PathBytes(entry.GetPath()), id);
+        const bool known = vantu::platform::GetFileIdentity(PathBytes(entryPath), id);
         if (!known || chain == nullptr || !chain->Contains(id)) {
           const Chain link{id, chain};
           result = Walk(entry, true, userData, depth - 1, known ? &link : chain);

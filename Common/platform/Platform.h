@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace vantu::platform {
 
@@ -26,6 +27,15 @@ void Utf16ToCodePage(const std::string& in, std::string& out);
 // What a directory entry is, from one lstat (and a stat for a symbolic link).
 enum class FileKind { kMissing, kFile, kDirectory, kLinkToExisting, kOther };
 FileKind GetFileKind(const std::string& path);
+
+// The entries of a directory in the order the file system lists them, without "." and "..",
+// each with its kind (taken from the directory listing where the file system gives it, else
+// from lstat). Throws std::system_error when the directory cannot be opened or read.
+struct DirectoryEntry {
+  std::string name;
+  FileKind kind;
+};
+std::vector<DirectoryEntry> ListDirectory(const std::string& path);
 
 // Device and inode of what the path names (links followed).
 struct FileIdentity {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "platform/Platform.h"
@@ -129,6 +130,41 @@ FileKind GetFileKind(const std::string& path) {
   return FileKind::kOther;
 }
 
+std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
+  DIR* dir = ::opendir(path.c_str());
+  if (dir == nullptr) throw std::system_error(errno, std::generic_category(), path);
+  std::vector<DirectoryEntry> entries;
+  const std::string prefix = path.empty() || path.back() == '/' ? path : path + "/";
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(dir);
+    if (entry == nullptr) break;
+    const char* name = entry->d_name;
+    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
+    FileKind kind;
+    switch (entry->d_type) {
+      case DT_REG:
+        kind = FileKind::kFile;
+        break;
+      case DT_DIR:
+        kind = FileKind::kDirectory;
+        break;
+      case DT_LNK:
+      case DT_UNKNOWN:
+        kind = GetFileKind(prefix + name);
+        break;
+      default:
+        kind = FileKind::kOther;
+        break;
+    }
+    entries.push_back({name, kind});
+  }
+  const int error = errno;
+  ::closedir(dir);
+  if (error != 0) throw std::system_error(error, std::generic_category(), path);
+  return entries;
+}
+
 bool GetFileIdentity(const std::string& path, FileIdentity& identity) {
   struct stat info;
   if (::stat(path.c_str(), &info) != 0) return false;
@@ -153,21 +189,19 @@ bool ResolveSymbolicLink(const std::string& path, std::string& target) {
 bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite) {
   if (path.empty()) return false;
   const int access = forWrite ? O_RDWR : O_RDONLY;
-  {
-    const Descriptor fd(::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC));
-    if (fd.get() < 0) return false;
-    struct stat info;
-    if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-    const int lease = TryLease(fd.get(), forWrite ? F_WRLCK : F_RDLCK);
-    if (lease == 0) return false;
-    // Another user's file without CAP_LEASE: look for writers in /proc instead. Without lease
-    // support (EINVAL, as on NFS) no local test can see a remote writer.
-    if (lease < 0 && errno == EACCES && Writers().HasWriter({info.st_dev, info.st_ino})) {
-      return false;
-    }
-  }
+  const Descriptor fd(::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC));
+  if (fd.get() < 0) return false;
   struct stat info;
-  if (::stat(path.c_str(), &info) != 0) return false;
+  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  const int lease = TryLease(fd.get(), forWrite ? F_WRLCK : F_RDLCK);
+  if (lease == 0) return false;
+  // Another user's file without CAP_LEASE: look for writers in /proc instead. Without lease
+  // support (EINVAL, as on NFS) no local test can see a remote writer.
+  if (lease < 0 && errno == EACCES && Writers().HasWriter({info.st_dev, info.st_ino})) {
+    return false;
+  }
+  // The size as it is now, after the writer test.
+  if (::fstat(fd.get(), &info) != 0) return false;
   return !requireNonEmpty || info.st_size != 0;
 }
 
