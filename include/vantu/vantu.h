@@ -65,6 +65,33 @@ VANTU_API int vantu_UniqueTempFile(char* out, size_t size, const char* prefix);
 /* vantu_UniqueTempFile in UTF-16; `size` counts code units. */
 VANTU_API int vantu_UniqueTempWFile(vantu_char16* out, size_t size, const vantu_char16* prefix);
 
+/* ---- Log ----------------------------------------------------------------------------------- */
+
+/* Creates a log (a VLog), opens it at once (file created, banner written) and returns its
+ * handle; NULL when it cannot be made. name and folder may be null (the executable's base name;
+ * "<application data>/Tarvik Software/"). level is a POCO priority, 1 fatal to 8 trace; outside
+ * 1..8 it is 3 (error). rotationUnit: -1 never, 0 daily, 1 weekly, 2 monthly, 3 hours, 4 days,
+ * 5 weeks, 6 months, 7 bytes, 8 K, 9 M (others: days); a unit outside -1..9 or a count below 1
+ * makes the count 1. archiveMode 1 names archives by timestamp, anything else by number.
+ * purgeUnit 0 minutes, 1 hours, anything else days. makeCurrent non-zero makes it the current
+ * log. */
+VANTU_API void* vantu_CreateLogEx(const char* name, const char* folder, int level,
+                                  int rotationCount, int rotationUnit, unsigned int archiveMode,
+                                  unsigned int purgeCount, unsigned int purgeUnit, int makeCurrent);
+/* vantu_CreateLogEx with makeCurrent = 1. */
+VANTU_API void* vantu_CreateLog(const char* name, const char* folder, int level, int rotationCount,
+                                int rotationUnit, unsigned int archiveMode, unsigned int purgeCount,
+                                unsigned int purgeUnit);
+/* Deletes the log *handle (every line logged before is written first) and sets *handle to
+ * NULL; a null address or handle does nothing. A deleted current log stops being current. */
+VANTU_API void vantu_DeleteLog(void** handle);
+/* The current log's handle, or NULL. */
+VANTU_API void* vantu_GetCurrentLog(void);
+/* Logs text (may be null: nothing is logged) at a level code of this interface: 0 information,
+ * 1 debug, 2 warning, 3 fatal, 4 error, 5 critical, 6 notice, 7 information, 8 trace; codes
+ * above 8 mean error. -1 for a null handle, else 0. */
+VANTU_API int vantu_LogMessage(void* handle, unsigned int level, const char* text);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,57 @@
+// The log's asynchronous writer: a bounded queue in front of the channel that writes the file.
+#ifndef VANTU_INTERNAL_ASYNCLOGCHANNEL_H
+#define VANTU_INTERNAL_ASYNCLOGCHANNEL_H
+
+#include <Poco/AutoPtr.h>
+#include <Poco/Channel.h>
+#include <Poco/Message.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vantu::internal {
+
+// Queues the text of each message and writes it to the target channel on its own thread. Lines
+// queued together are handed to the target as one message whose text joins them with "\n", so a
+// file channel writes (and flushes) them in one go; the bytes are those of one message per line.
+// When `capacity` lines wait, log() blocks until the writer has caught up: no line is dropped
+// and memory stays bounded. close() returns after every queued line has been written. Errors of
+// the target (a folder that cannot be written) drop the lines of that batch; the writer keeps
+// going. Thread-safe.
+class AsyncLogChannel : public Poco::Channel {
+ public:
+  AsyncLogChannel(Poco::AutoPtr<Poco::Channel> target, size_t capacity);
+
+  void open() override;
+  void close() override;
+  void log(const Poco::Message& message) override;
+
+  // Blocks until every line queued before the call has been handed to the target.
+  void Drain();
+
+ protected:
+  ~AsyncLogChannel() override;
+
+ private:
+  void Run();
+
+  Poco::AutoPtr<Poco::Channel> target_;
+  const size_t capacity_;
+  std::mutex mutex_;
+  std::condition_variable wake_;     // the writer: lines arrived, or stop
+  std::condition_variable written_;  // producers and Drain: the writer took or wrote lines
+  std::vector<std::string> queue_;
+  Poco::Message::Priority priority_ = Poco::Message::PRIO_INFORMATION;
+  unsigned long long queued_ = 0;         // lines ever queued
+  unsigned long long written_count_ = 0;  // lines ever handed to the target
+  bool stopping_ = false;
+  std::thread writer_;
+};
+
+}  // namespace vantu::internal
+
+#endif  // VANTU_INTERNAL_ASYNCLOGCHANNEL_H

@@ -1,0 +1,286 @@
+#include <vantu/VLog.h>
+
+#include <Poco/AutoPtr.h>
+#include <Poco/FileChannel.h>
+#include <Poco/FormattingChannel.h>
+#include <Poco/LocalDateTime.h>
+#include <Poco/Logger.h>
+#include <Poco/PatternFormatter.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <vantu/VFile.h>
+
+#include "internal/AsyncLogChannel.h"
+#include "internal/PathText.h"
+#include "platform/Platform.h"
+
+namespace {
+
+// Lines that may wait for the writer before a producer has to wait too.
+constexpr size_t kQueueCapacity = 64 * 1024;
+const char kLinePattern[] = "%Y/%n/%e - [%w] - %H:%M:%S - %t";
+const char kBannerRule[] = "*****************************************************";
+
+std::atomic<VLog*> g_current{nullptr};
+
+// The text of a VString as UTF-8.
+std::string Utf8(const VString& text) {
+  VString copy(text);
+  copy.ConvertTo(UTF8);
+  return copy.GetString();
+}
+
+VString Formatted(unsigned count, const char* word) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof(buffer), "%d %s", static_cast<int>(count), word);
+  return VString(buffer);
+}
+
+// "<application data>/Tarvik Software/".
+VPath DefaultFolder() {
+  VPath folder = VPath::GetAppDataPath();
+  folder.Append(
+      VPath(VString("\xEF\xBB\xBF"
+                    "Tarvik Software")));
+  folder.MakeDirectory();
+  return folder;
+}
+
+VString ExecutableBaseName() {
+  const std::string path = vantu::platform::ExecutablePath();
+  if (path.empty()) return VString("vantu");
+  return VPath(path).GetBaseName();
+}
+
+}  // namespace
+
+// The opened channel chain: formatter -> asynchronous writer -> file. Torn down (every queued
+// line written) when the last log that shares it goes.
+struct VLog::Chain {
+  Poco::AutoPtr<Poco::FileChannel> file;
+  Poco::AutoPtr<vantu::internal::AsyncLogChannel> writer;
+  Poco::AutoPtr<Poco::PatternFormatter> formatter;
+  Poco::AutoPtr<Poco::FormattingChannel> formatting;
+  Poco::Logger* logger = nullptr;
+
+  ~Chain() {
+    try {
+      Poco::Logger& root = Poco::Logger::root();
+      if (root.getChannel() == formatting.get()) root.setChannel(nullptr);
+      if (logger != nullptr && logger->getChannel() == formatting.get()) {
+        logger->setChannel(nullptr);
+      }
+      writer->close();
+    } catch (...) {
+    }
+  }
+};
+
+VLog::VLog()
+    : name_(ExecutableBaseName()),
+      folder_(DefaultFolder()),
+      rotation_("10 M"),
+      archive_("number"),
+      purgeAge_("24 hours") {
+  try {
+    VFile(folder_).CreateDirectories();
+  } catch (...) {
+    // Reported the way every write failure is: the lines go nowhere.
+  }
+}
+
+VLog::VLog(const VLog& other) : VBaseObject(other) {
+  std::lock_guard<std::mutex> lock(other.mutex_);
+  name_ = other.name_;
+  folder_ = other.folder_;
+  rotation_ = other.rotation_;
+  archive_ = other.archive_;
+  purgeAge_ = other.purgeAge_;
+  level_ = other.level_;
+  opened_ = other.opened_;
+  chain_ = other.chain_;
+  ready_ = chain_.get();
+}
+
+VLog& VLog::operator=(const VLog& other) {
+  if (this == &other) return *this;
+  std::shared_ptr<Chain> previous;
+  {
+    std::scoped_lock lock(mutex_, other.mutex_);
+    name_ = other.name_;
+    folder_ = other.folder_;
+    rotation_ = other.rotation_;
+    archive_ = other.archive_;
+    purgeAge_ = other.purgeAge_;
+    level_ = other.level_;
+    opened_ = other.opened_;
+    previous.swap(chain_);
+    chain_ = other.chain_;
+    ready_ = chain_.get();
+  }
+  return *this;  // `previous` goes here, outside the locks
+}
+
+VLog::~VLog() {
+  VLog* self = this;
+  g_current.compare_exchange_strong(self, nullptr);
+}
+
+void VLog::SetName(const VString& name) { name_ = name; }
+void VLog::SetFolder(const VPath& folder) { folder_ = folder; }
+void VLog::SetLevel(int level) { level_ = level; }
+
+void VLog::SetRotation(unsigned count, int unit) {
+  static const char* const kWords[] = {"never", "daily",  "weekly", "monthly", "hours", "days",
+                                       "weeks", "months", "",       "K",       "M"};
+  const char* word = (unit >= -1 && unit <= 9) ? kWords[unit + 1] : "days";
+  rotation_ = Formatted(count, word);
+}
+
+void VLog::SetArchive(int mode) { archive_ = VString(mode == 1 ? "timestamp" : "number"); }
+
+void VLog::SetPurgeAge(unsigned count, int unit) {
+  static const char* const kWords[] = {"minutes", "minutes", "hours", "days", "weeks", "months"};
+  const char* word = (unit >= -1 && unit <= 4) ? kWords[unit + 1] : "days";
+  purgeAge_ = Formatted(count, word);
+}
+
+VString VLog::GetName() const { return name_; }
+VPath VLog::GetFolder() const { return folder_; }
+VString VLog::GetRotation() const { return rotation_; }
+VString VLog::GetArchive() const { return archive_; }
+VString VLog::GetPurgeAge() const { return purgeAge_; }
+int VLog::GetLevel() const { return level_; }
+
+VPath VLog::GetFilePath() const {
+  VPath path = folder_.Length() == 0 ? DefaultFolder() : folder_;
+  VString file(name_);
+  file.Append(".log");
+  path.Append(VPath(file));
+  return path;
+}
+
+bool VLog::IsOpened() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return opened_;
+}
+
+void VLog::Open() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (opened_) return;
+  opened_ = true;
+
+  auto chain = std::make_shared<Chain>();
+  chain->file = new Poco::FileChannel;
+  chain->writer = new vantu::internal::AsyncLogChannel(chain->file, kQueueCapacity);
+
+  const VPath path = GetFilePath();
+  try {
+    VFile(path.Parent()).CreateDirectories();
+  } catch (...) {
+  }
+  chain->file->setProperty(Poco::FileChannel::PROP_PATH, vantu::internal::PathBytes(path));
+  chain->file->setProperty(Poco::FileChannel::PROP_ROTATION, Utf8(rotation_));
+  chain->file->setProperty(Poco::FileChannel::PROP_ARCHIVE, Utf8(archive_));
+  chain->file->setProperty(Poco::FileChannel::PROP_PURGEAGE, Utf8(purgeAge_));
+  // Each batch of lines reaches the file before the writer takes the next one.
+  chain->file->setProperty(Poco::FileChannel::PROP_FLUSH, "true");
+
+  chain->formatter = new Poco::PatternFormatter;
+  chain->formatter->setProperty(Poco::PatternFormatter::PROP_PATTERN, "%t");
+  chain->formatting = new Poco::FormattingChannel(chain->formatter, chain->writer);
+  Poco::Logger::root().setChannel(chain->formatting);
+  chain->logger = &Poco::Logger::get(Utf8(name_));
+  chain->logger->setChannel(chain->formatting);
+  chain->writer->open();
+
+  // The banner, always written whatever the level, in the bare "%t" form.
+  chain->logger->setLevel(Poco::Message::PRIO_TRACE);
+  const Poco::LocalDateTime now;
+  char line[512];
+  chain->logger->information(kBannerRule);
+  chain->logger->information("* - Log System -\t\t\t\t\t\t\t\t\t ");
+  std::snprintf(line, sizeof(line), "* Creation date: %d/%d/%d at %d:%d:%d", now.day(), now.month(),
+                now.year(), now.hour(), now.minute(), now.second());
+  chain->logger->information(line);
+  chain->logger->information("* Name: " + Utf8(name_));
+  chain->logger->information("*" + std::string(52, ' '));
+  chain->logger->information(kBannerRule);
+  chain->logger->setLevel(level_);
+  chain->formatter->setProperty(Poco::PatternFormatter::PROP_PATTERN, kLinePattern);
+
+  chain_ = chain;
+  ready_.store(chain_.get(), std::memory_order_release);
+}
+
+VLog::Chain* VLog::Ready() {
+  Chain* chain = ready_.load(std::memory_order_acquire);
+  if (chain == nullptr) {
+    Open();
+    chain = ready_.load(std::memory_order_acquire);
+  }
+  return chain;
+}
+
+void VLog::Flush() {
+  Chain* chain = ready_.load(std::memory_order_acquire);
+  if (chain != nullptr) chain->writer->Drain();
+}
+
+bool VLog::IsEnabled(int priority) const {
+  const Chain* chain = ready_.load(std::memory_order_acquire);
+  if (chain != nullptr) return chain->logger->is(priority);
+  return priority >= 1 && priority <= level_;
+}
+
+void VLog::Log(int priority, const std::string& text) {
+  Chain* chain = Ready();
+  if (chain == nullptr || !chain->logger->is(priority)) return;
+  chain->logger->log(
+      Poco::Message(chain->logger->name(), text, static_cast<Poco::Message::Priority>(priority)));
+}
+
+void VLog::Fatal(const std::string& text) { Log(Poco::Message::PRIO_FATAL, text); }
+void VLog::Critical(const std::string& text) { Log(Poco::Message::PRIO_CRITICAL, text); }
+void VLog::Error(const std::string& text) { Log(Poco::Message::PRIO_ERROR, text); }
+void VLog::Warning(const std::string& text) { Log(Poco::Message::PRIO_WARNING, text); }
+void VLog::Notice(const std::string& text) { Log(Poco::Message::PRIO_NOTICE, text); }
+void VLog::Information(const std::string& text) { Log(Poco::Message::PRIO_INFORMATION, text); }
+void VLog::Debug(const std::string& text) { Log(Poco::Message::PRIO_DEBUG, text); }
+void VLog::Trace(const std::string& text) { Log(Poco::Message::PRIO_TRACE, text); }
+
+VLog* VLog::SetCurrent(VLog* log) { return g_current.exchange(log); }
+
+VLog* VLog::GetCurrent() { return g_current.load(); }
+
+bool VLog::isActive() { return g_current.load() != nullptr; }
+
+void VLog::LogCurrent(const std::string& text) {
+  if (VLog* log = g_current.load()) log->Information(text);
+}
+
+int VLog::PriorityOf(const char* levelName) {
+  static const struct {
+    const char* name;
+    int priority;
+  } kLevels[] = {
+      {"INFO", Poco::Message::PRIO_INFORMATION}, {"INFORMATION", Poco::Message::PRIO_INFORMATION},
+      {"WARNING", Poco::Message::PRIO_WARNING},  {"FATAL", Poco::Message::PRIO_FATAL},
+      {"ERROR", Poco::Message::PRIO_ERROR},      {"CRITICAL", Poco::Message::PRIO_CRITICAL},
+      {"NOTICE", Poco::Message::PRIO_NOTICE},    {"TRACE", Poco::Message::PRIO_TRACE}};
+  for (const auto& level : kLevels) {
+    if (std::strcmp(levelName, level.name) == 0) return level.priority;
+  }
+  return 0;  // "DEBUG" is recognised and deliberately dropped, like unknown names
+}
+
+void VLog::LogCurrentByLevel(const std::string& levelName, const std::string& text) {
+  VLog* log = g_current.load();
+  if (log == nullptr) return;
+  if (levelName.find('\0') != std::string::npos) return;  // names compare as whole strings
+  const int priority = PriorityOf(levelName.c_str());
+  if (priority != 0) log->Log(priority, text);
+}

@@ -1,0 +1,252 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vantu/VLog.h>
+
+#include "support/LogFiles.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using vantu::test::AppDataAt;
+using vantu::test::ReadLines;
+using vantu::test::TempDir;
+
+constexpr size_t kBanner = 6;
+
+// A log in its own temporary folder, made current for the test.
+class VLogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    log.SetFolder(VPath(dir.path().c_str()));
+    log.SetName(VString("test"));
+    log.SetRotation(1, -1);  // never: every line stays in test.log
+    previous = VLog::SetCurrent(&log);
+  }
+  void TearDown() override { VLog::SetCurrent(previous); }
+  std::vector<std::string> Lines() {
+    log.Flush();
+    return ReadLines(dir / "test.log");
+  }
+  TempDir dir;
+  VLog log;
+  VLog* previous = nullptr;
+};
+
+TEST(VLogDefaultsTest, NameFolderAndPropertiesByDefault) {
+  const TempDir home;
+  const AppDataAt appData(home.path());
+  const VLog log;
+  EXPECT_EQ(log.GetName().GetString(), "vantu_log_tests");
+  EXPECT_EQ(log.GetFolder().GetString(), home.path() + "/Tarvik Software/");
+  EXPECT_TRUE(std::filesystem::is_directory(home / "Tarvik Software"));
+  EXPECT_EQ(log.GetFilePath().GetString(), home.path() + "/Tarvik Software/vantu_log_tests.log");
+  EXPECT_EQ(log.GetRotation().GetString(), "10 M");
+  EXPECT_EQ(log.GetArchive().GetString(), "number");
+  EXPECT_EQ(log.GetPurgeAge().GetString(), "24 hours");
+  EXPECT_EQ(log.GetLevel(), 8);
+  EXPECT_FALSE(log.IsOpened());
+
+  VLog emptyFolder;
+  emptyFolder.SetFolder(VPath());
+  emptyFolder.SetName(VString("n"));
+  EXPECT_EQ(emptyFolder.GetFilePath().GetString(), home.path() + "/Tarvik Software/n.log");
+}
+
+TEST(VLogDefaultsTest, RotationArchiveAndPurgeTexts) {
+  VLog log;
+  const std::pair<std::pair<unsigned, int>, const char*> rotations[] = {
+      {{1, 0}, "1 daily"},  {{10, 9}, "10 M"},    {{3, 42}, "3 days"},   {{500000, 7}, "500000 "},
+      {{1, -1}, "1 never"}, {{2, 1}, "2 weekly"}, {{1, 2}, "1 monthly"}, {{6, 3}, "6 hours"},
+      {{5, 4}, "5 days"},   {{2, 5}, "2 weeks"},  {{1, 6}, "1 months"},  {{64, 8}, "64 K"}};
+  for (const auto& [arguments, text] : rotations) {
+    log.SetRotation(arguments.first, arguments.second);
+    EXPECT_EQ(log.GetRotation().GetString(), text);
+  }
+  const std::pair<std::pair<unsigned, int>, const char*> ages[] = {
+      {{5, -1}, "5 minutes"}, {{5, 0}, "5 minutes"}, {{2, 1}, "2 hours"}, {{3, 2}, "3 days"},
+      {{1, 3}, "1 weeks"},    {{2, 4}, "2 months"},  {{7, 9}, "7 days"}};
+  for (const auto& [arguments, text] : ages) {
+    log.SetPurgeAge(arguments.first, arguments.second);
+    EXPECT_EQ(log.GetPurgeAge().GetString(), text);
+  }
+  log.SetArchive(7);
+  EXPECT_EQ(log.GetArchive().GetString(), "number");
+  log.SetArchive(1);
+  EXPECT_EQ(log.GetArchive().GetString(), "timestamp");
+}
+
+TEST_F(VLogTest, TheBannerComesOnceBeforeTheFirstLineWhateverTheLevel) {
+  log.SetLevel(1);
+  log.Fatal("first");
+  log.Information("filtered");
+  log.Open();  // already open: no second banner
+  log.Fatal("second");
+  const auto lines = Lines();
+  ASSERT_EQ(lines.size(), kBanner + 2);
+  EXPECT_EQ(lines[0], std::string(53, '*'));
+  EXPECT_EQ(lines[1], "* - Log System -\t\t\t\t\t\t\t\t\t ");
+  EXPECT_EQ(lines[1].size(), 26u);
+  EXPECT_TRUE(std::regex_match(
+      lines[2],
+      std::regex(R"(\* Creation date: \d{1,2}/\d{1,2}/\d{4} at \d{1,2}:\d{1,2}:\d{1,2})")))
+      << lines[2];
+  EXPECT_EQ(lines[3], "* Name: test");
+  EXPECT_EQ(lines[4], "*" + std::string(52, ' '));
+  EXPECT_EQ(lines[5], std::string(53, '*'));
+  const std::regex pattern(
+      R"(\d{4}/\d{1,2}/\d{1,2} - \[(Mon|Tue|Wed|Thu|Fri|Sat|Sun)\] - \d\d:\d\d:\d\d - first)");
+  EXPECT_TRUE(std::regex_match(lines[6], pattern)) << lines[6];
+  EXPECT_NE(lines[7].find(" - second"), std::string::npos);
+}
+
+TEST_F(VLogTest, LevelNamesOfTheCurrentLog) {
+  for (const char* name :
+       {"INFO", "INFORMATION", "WARNING", "FATAL", "ERROR", "CRITICAL", "NOTICE", "TRACE"}) {
+    VLog::LogCurrentByLevel(name, std::string("as ") + name);
+  }
+  for (const char* name : {"DEBUG", "info", "Warning", "", "INFO "}) {
+    VLog::LogCurrentByLevel(name, "dropped");
+  }
+  VLog::LogCurrentByLevel(std::string("INFO\0X", 6), "dropped");
+  VLog::LogCurrent("plain");
+  const auto lines = Lines();
+  ASSERT_EQ(lines.size(), kBanner + 9);
+  for (const auto& line : lines) EXPECT_EQ(line.find("dropped"), std::string::npos);
+  EXPECT_NE(lines.back().find("plain"), std::string::npos);
+}
+
+TEST_F(VLogTest, TheLevelFiltersMessages) {
+  log.SetLevel(4);
+  log.Error("kept error");
+  log.Warning("kept warning");
+  log.Notice("dropped notice");
+  log.Debug("dropped debug");
+  EXPECT_TRUE(log.IsEnabled(4));
+  EXPECT_FALSE(log.IsEnabled(5));
+  const auto lines = Lines();
+  ASSERT_EQ(lines.size(), kBanner + 2);
+}
+
+TEST_F(VLogTest, NoLineIsLostFromFourThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kLines = 100000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < kLines; ++i) log.Information(std::to_string(t) + ":" + std::to_string(i));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  const auto lines = Lines();
+  ASSERT_EQ(lines.size(), kBanner + kThreads * kLines);
+  std::vector<int> next(kThreads, 0);
+  for (size_t i = kBanner; i < lines.size(); ++i) {
+    const size_t text = lines[i].rfind(" - ") + 3;
+    const int thread = std::stoi(lines[i].substr(text));
+    const int number = std::stoi(lines[i].substr(lines[i].find(':', text) + 1));
+    ASSERT_EQ(number, next[thread]) << "thread " << thread << " out of order";
+    ++next[thread];
+  }
+}
+
+TEST(VLogLifetimeTest, DestroyingTheLogWritesEveryQueuedLineAndClearsTheCurrentLog) {
+  const TempDir dir;
+  {
+    VLog log;
+    log.SetFolder(VPath(dir.path().c_str()));
+    log.SetName(VString("gone"));
+    VLog::SetCurrent(&log);
+    for (int i = 0; i < 50000; ++i) log.Information("line " + std::to_string(i));
+    VLog copy(log);  // an opened copy shares the writer; its end leaves the log working
+  }
+  EXPECT_EQ(VLog::GetCurrent(), nullptr);
+  const auto lines = ReadLines(dir / "gone.log");
+  ASSERT_EQ(lines.size(), kBanner + 50000);
+  EXPECT_NE(lines.back().find("line 49999"), std::string::npos);
+}
+
+TEST(VLogRotationTest, SizeRotationMakesNumberedArchivesAndKeepsLogging) {
+  const TempDir dir;
+  {
+    VLog log;
+    log.SetFolder(VPath(dir.path().c_str()));
+    log.SetName(VString("rot"));
+    log.SetRotation(2, 8);  // 2 K
+    for (int i = 0; i < 400; ++i) {
+      log.Information("line " + std::to_string(i) + std::string(40, '.'));
+      if (i % 50 == 0) log.Flush();  // let the size check see the file grow
+    }
+  }
+  EXPECT_TRUE(std::filesystem::exists(dir / "rot.log"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "rot.log.0"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "rot.log.1"));
+  // Every line is somewhere: in the file or an archive.
+  size_t total = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    total += ReadLines(entry.path().string()).size();
+  }
+  EXPECT_EQ(total, kBanner + 400);
+}
+
+TEST(VLogRotationTest, TimestampArchivesAndPurging) {
+  const TempDir dir;
+  {
+    VLog log;
+    log.SetFolder(VPath(dir.path().c_str()));
+    log.SetName(VString("ts"));
+    log.SetRotation(1, 8);
+    log.SetArchive(1);
+    for (int i = 0; i < 60; ++i) {
+      log.Information(std::string(100, 'x'));
+      log.Flush();
+    }
+  }
+  bool stamped = false;
+  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+    stamped |= std::regex_match(entry.path().filename().string(),
+                                std::regex(R"(ts\.log\.\d{14,}(\.\d+)?)"));
+  }
+  EXPECT_TRUE(stamped);
+}
+
+TEST(VLogRotationTest, PurgeRemovesArchivesOlderThanThePurgeAge) {
+  const TempDir dir;
+  const std::string old = dir.Write("p.log.7", "old archive\n");
+  const std::string recent = dir.Write("p.log.8", "recent archive\n");
+  const auto twoHoursAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(2);
+  std::filesystem::last_write_time(old, twoHoursAgo);
+  {
+    VLog log;
+    log.SetFolder(VPath(dir.path().c_str()));
+    log.SetName(VString("p"));
+    log.SetRotation(1, 8);
+    log.SetPurgeAge(1, 1);  // one hour
+    for (int i = 0; i < 30; ++i) {
+      log.Information(std::string(100, 'y'));
+      log.Flush();
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(old));
+  EXPECT_TRUE(std::filesystem::exists(dir / "p.log.0"));
+}
+
+TEST(VLogFailureTest, AnUnwritableFolderNeitherCrashesNorThrows) {
+  const TempDir dir;
+  const std::string plain = dir.Write("plain", "x");
+  VLog log;
+  log.SetFolder(VPath((plain + "/below").c_str()));
+  log.SetName(VString("x"));
+  EXPECT_NO_THROW(log.Open());
+  EXPECT_NO_THROW(log.Error("lost"));
+  EXPECT_NO_THROW(log.Flush());
+  EXPECT_FALSE(std::filesystem::exists(plain + "/below"));
+}
+
+}  // namespace
