@@ -3,8 +3,11 @@
 #include <iconv.h>
 #include <langinfo.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string>
+#include <utility>
 
 namespace vantu::platform {
 namespace {
@@ -19,7 +22,8 @@ std::string CurrentCodeset() {
   return codeset;
 }
 
-// Open iconv descriptors, cached per thread and reopened when the thread's codeset changes.
+// Open iconv descriptors, cached per thread and reopened when the thread's codeset changes
+// (uselocale can give each thread its own).
 class IconvCache {
  public:
   ~IconvCache() { Close(); }
@@ -56,8 +60,10 @@ class IconvCache {
 
 thread_local IconvCache t_iconv;
 
-// Runs `cd` over `in`. On input it cannot convert it writes `replacement` and skips
-// `skip(position)` bytes; an incomplete sequence at the end is replaced the same way.
+// Runs `cd` over `in`. On input it cannot convert (invalid, or not representable in the
+// target) it writes `replacement` and skips `skip(position, bytesLeft)` bytes; an incomplete
+// sequence at the end is replaced the same way. Ends with the return to the initial shift
+// state, which stateful codesets need.
 template <typename Skip>
 void Convert(iconv_t cd, const std::string& in, std::string& out, const char* replacement,
              size_t replacementSize, Skip skip) {
@@ -66,21 +72,28 @@ void Convert(iconv_t cd, const std::string& in, std::string& out, const char* re
   char* src = const_cast<char*>(in.data());
   size_t srcLeft = in.size();
   size_t written = 0;
-  while (srcLeft > 0) {
+  bool flushing = false;
+  for (;;) {
     char* dst = out.data() + written;
     size_t dstLeft = out.size() - written;
-    const size_t rc = iconv(cd, &src, &srcLeft, &dst, &dstLeft);
+    const size_t rc = flushing ? iconv(cd, nullptr, nullptr, &dst, &dstLeft)
+                               : iconv(cd, &src, &srcLeft, &dst, &dstLeft);
     written = out.size() - dstLeft;
-    if (rc != static_cast<size_t>(-1)) break;
+    if (rc != static_cast<size_t>(-1)) {
+      if (flushing) break;
+      flushing = true;  // all input read
+      continue;
+    }
     if (errno == E2BIG) {
       out.resize(out.size() * 2);
       continue;
     }
+    if (flushing) break;  // nothing sensible left to write
     // EILSEQ (invalid or unconvertible) or EINVAL (incomplete at the end).
     if (out.size() - written < replacementSize) out.resize(out.size() * 2 + replacementSize);
     std::memcpy(out.data() + written, replacement, replacementSize);
     written += replacementSize;
-    const size_t n = std::min(srcLeft, skip(src, srcLeft));
+    const size_t n = std::max<size_t>(1, std::min(srcLeft, skip(src, srcLeft)));
     src += n;
     srcLeft -= n;
   }
