@@ -1,5 +1,6 @@
 #include "internal/AsyncLogChannel.h"
 
+#include <chrono>
 #include <utility>
 
 namespace vantu::internal {
@@ -8,6 +9,9 @@ namespace {
 // Lines joined into one write; large enough to amortise the write and flush, small enough that
 // a size-rotated file overshoots its limit by little.
 constexpr size_t kBatchBytes = 16 * 1024;
+// How long the writer lets lines gather after the first one arrives, and how many end the wait.
+constexpr std::chrono::milliseconds kGatherTime(2);
+constexpr size_t kGatherLines = 1024;
 
 }  // namespace
 
@@ -39,7 +43,9 @@ void AsyncLogChannel::close() {
   target_->close();
 }
 
-void AsyncLogChannel::log(const Poco::Message& message) {
+void AsyncLogChannel::log(const Poco::Message& message) { Push(message.getText()); }
+
+void AsyncLogChannel::Push(std::string line) {
   std::unique_lock<std::mutex> lock(mutex_);
   if (!writer_.joinable()) {
     lock.unlock();
@@ -47,15 +53,18 @@ void AsyncLogChannel::log(const Poco::Message& message) {
     lock.lock();
   }
   written_.wait(lock, [this] { return queue_.size() < capacity_ || stopping_; });
-  queue_.push_back(message.getText());
+  queue_.push_back(std::move(line));
   ++queued_;
-  if (queue_.size() == 1) wake_.notify_one();
+  if (queue_.size() == 1 || queue_.size() == kGatherLines) wake_.notify_one();
 }
 
 void AsyncLogChannel::Drain() {
   std::unique_lock<std::mutex> lock(mutex_);
   const unsigned long long target = queued_;
+  ++draining_;
+  wake_.notify_one();
   written_.wait(lock, [&] { return written_count_ >= target || !writer_.joinable(); });
+  --draining_;
 }
 
 void AsyncLogChannel::Run() {
@@ -66,6 +75,12 @@ void AsyncLogChannel::Run() {
       std::unique_lock<std::mutex> lock(mutex_);
       wake_.wait(lock, [this] { return !queue_.empty() || stopping_; });
       if (queue_.empty()) return;  // stopping, and everything written
+      // Let a few more lines gather before writing, unless someone waits for them: one wake-up
+      // and one write per batch instead of per line.
+      wake_.wait_for(lock, kGatherTime, [this] {
+        return queue_.size() >= kGatherLines || stopping_ || draining_ > 0 ||
+               queue_.size() >= capacity_;
+      });
       lines.swap(queue_);
     }
     written_.notify_all();  // room in the queue again

@@ -29,6 +29,8 @@ class AsyncLogChannel : public Poco::Channel {
   void open() override;
   void close() override;
   void log(const Poco::Message& message) override;
+  // Queues one line of text.
+  void Push(std::string line);
 
   // Blocks until every line queued before the call has been handed to the target.
   void Drain();
@@ -48,6 +50,7 @@ class AsyncLogChannel : public Poco::Channel {
   Poco::Message::Priority priority_ = Poco::Message::PRIO_INFORMATION;
   unsigned long long queued_ = 0;         // lines ever queued
   unsigned long long written_count_ = 0;  // lines ever handed to the target
+  int draining_ = 0;                      // callers waiting in Drain()
   bool stopping_ = false;
   std::thread writer_;
 };

@@ -5,7 +5,6 @@
 #include <Poco/FormattingChannel.h>
 #include <Poco/LocalDateTime.h>
 #include <Poco/Logger.h>
-#include <Poco/PatternFormatter.h>
 
 #include <cstdio>
 #include <cstring>
@@ -14,6 +13,7 @@
 #include <vantu/VFile.h>
 
 #include "internal/AsyncLogChannel.h"
+#include "internal/LogLineFormatter.h"
 #include "internal/PathText.h"
 #include "platform/Platform.h"
 
@@ -21,7 +21,6 @@ namespace {
 
 // Lines that may wait for the writer before a producer has to wait too.
 constexpr size_t kQueueCapacity = 64 * 1024;
-const char kLinePattern[] = "%Y/%n/%e - [%w] - %H:%M:%S - %t";
 const char kBannerRule[] = "*****************************************************";
 
 std::atomic<VLog*> g_current{nullptr};
@@ -57,14 +56,24 @@ VString ExecutableBaseName() {
 
 }  // namespace
 
-// The opened channel chain: formatter -> asynchronous writer -> file. Torn down (every queued
-// line written) when the last log that shares it goes.
+// The opened channel chain: formatter -> asynchronous writer -> file. The log's own lines are
+// formatted in the caller's thread and queued straight to the writer; messages of other POCO
+// loggers reach the same writer through the formatting channel set on the root logger. Torn
+// down (every queued line written) when the last log that shares it goes.
 struct VLog::Chain {
   Poco::AutoPtr<Poco::FileChannel> file;
   Poco::AutoPtr<vantu::internal::AsyncLogChannel> writer;
-  Poco::AutoPtr<Poco::PatternFormatter> formatter;
+  Poco::AutoPtr<vantu::internal::LogLineFormatter> formatter;
   Poco::AutoPtr<Poco::FormattingChannel> formatting;
   Poco::Logger* logger = nullptr;
+  std::atomic<int> level{0};
+
+  // Formats and queues one line of the log's own.
+  void Write(const std::string& text) {
+    std::string line;
+    formatter->Format(Poco::Timestamp(), text, line);
+    writer->Push(std::move(line));
+  }
 
   ~Chain() {
     try {
@@ -189,28 +198,30 @@ void VLog::Open() {
   // Each batch of lines reaches the file before the writer takes the next one.
   chain->file->setProperty(Poco::FileChannel::PROP_FLUSH, "true");
 
-  chain->formatter = new Poco::PatternFormatter;
-  chain->formatter->setProperty(Poco::PatternFormatter::PROP_PATTERN, "%t");
+  // Lines look as Poco::PatternFormatter makes them with "%t" for the banner, then with
+  // "%Y/%n/%e - [%w] - %H:%M:%S - %t".
+  chain->formatter = new vantu::internal::LogLineFormatter;
   chain->formatting = new Poco::FormattingChannel(chain->formatter, chain->writer);
   Poco::Logger::root().setChannel(chain->formatting);
   chain->logger = &Poco::Logger::get(Utf8(name_));
   chain->logger->setChannel(chain->formatting);
   chain->writer->open();
 
-  // The banner, always written whatever the level, in the bare "%t" form.
-  chain->logger->setLevel(Poco::Message::PRIO_TRACE);
+  // The banner, always written whatever the level, in the bare form.
+  chain->level = Poco::Message::PRIO_TRACE;
   const Poco::LocalDateTime now;
   char line[512];
-  chain->logger->information(kBannerRule);
-  chain->logger->information("* - Log System -\t\t\t\t\t\t\t\t\t ");
+  chain->Write(kBannerRule);
+  chain->Write("* - Log System -\t\t\t\t\t\t\t\t\t ");
   std::snprintf(line, sizeof(line), "* Creation date: %d/%d/%d at %d:%d:%d", now.day(), now.month(),
                 now.year(), now.hour(), now.minute(), now.second());
-  chain->logger->information(line);
-  chain->logger->information("* Name: " + Utf8(name_));
-  chain->logger->information("*" + std::string(52, ' '));
-  chain->logger->information(kBannerRule);
+  chain->Write(line);
+  chain->Write("* Name: " + Utf8(name_));
+  chain->Write("*" + std::string(52, ' '));
+  chain->Write(kBannerRule);
+  chain->level = level_;
   chain->logger->setLevel(level_);
-  chain->formatter->setProperty(Poco::PatternFormatter::PROP_PATTERN, kLinePattern);
+  chain->formatter->SetDated(true);
 
   chain_ = chain;
   ready_.store(chain_.get(), std::memory_order_release);
@@ -232,15 +243,14 @@ void VLog::Flush() {
 
 bool VLog::IsEnabled(int priority) const {
   const Chain* chain = ready_.load(std::memory_order_acquire);
-  if (chain != nullptr) return chain->logger->is(priority);
+  if (chain != nullptr) return priority >= 1 && priority <= chain->level.load();
   return priority >= 1 && priority <= level_;
 }
 
 void VLog::Log(int priority, const std::string& text) {
   Chain* chain = Ready();
-  if (chain == nullptr || !chain->logger->is(priority)) return;
-  chain->logger->log(
-      Poco::Message(chain->logger->name(), text, static_cast<Poco::Message::Priority>(priority)));
+  if (chain == nullptr || priority < 1 || priority > chain->level.load()) return;
+  chain->Write(text);
 }
 
 void VLog::Fatal(const std::string& text) { Log(Poco::Message::PRIO_FATAL, text); }

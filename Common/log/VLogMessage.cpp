@@ -42,13 +42,25 @@ bool VLogMessage::WouldLog(const char* level) {
 VLogMessage::~VLogMessage() {
   if (level_.find('\0') != std::string::npos || !WouldLog(level_.c_str())) return;
   const size_t cut = file_.find_last_of("(/\\");
-  std::ostringstream line;
-  line << level_ << " [File: " << (cut == std::string::npos ? file_ : file_.substr(cut + 1));
-  if (level_ == "FATAL") line << " at: " << function_;
-  line << " Line: " << line_ << "]\t";
+  std::string line;
+  line.reserve(64 + file_.size() + function_.size());
+  line += level_;
+  line += " [File: ";
+  line.append(file_, cut == std::string::npos ? 0 : cut + 1, std::string::npos);
+  if (level_ == "FATAL") {
+    line += " at: ";
+    line += function_;
+  }
+  line += " Line: ";
+  line += std::to_string(line_);
+  line += "]\t";
   if (stream_) {
     const std::string text = stream_->str();
-    if (!text.empty()) line << '"' << text << '"';
+    if (!text.empty()) {
+      line += '"';
+      line += text;
+      line += '"';
+    }
   }
-  VLog::LogCurrentByLevel(level_, line.str());
+  VLog::LogCurrentByLevel(level_, line);
 }
