@@ -92,6 +92,44 @@ VANTU_API void* vantu_GetCurrentLog(void);
  * above 8 mean error. -1 for a null handle, else 0. */
 VANTU_API int vantu_LogMessage(void* handle, unsigned int level, const char* text);
 
+/* ---- Hot folder ---------------------------------------------------------------------------- */
+
+/* Called once per delivered entry with its path (UTF-8 bytes as the file system names them,
+ * NUL-terminated; a sub-directory's ends in "/"), the path's length and the user data; the
+ * result is ignored. Runs on a pool thread; all callbacks of the process are serialised. */
+typedef int (*vantu_HotFolderCallback)(const char* path, int length, void* userData);
+
+/* Flags of vantu_CreateHotFolderEx and vantu_ConfigHotFolder. */
+#define VANTU_HOTFOLDER_ACTIVATE 1u      /* start at once (vantu_CreateHotFolderEx only) */
+#define VANTU_HOTFOLDER_RECURSIVE 2u     /* descend into sub-directories */
+#define VANTU_HOTFOLDER_GROUP_FOLDERS 4u /* deliver each sub-directory as one unit */
+
+/* vantu_CreateHotFolderEx with flags from activate and recursive; group folders off. */
+VANTU_API void* vantu_CreateHotFolder(const char* path, unsigned int milliseconds, int activate,
+                                      int recursive, vantu_HotFolderCallback callback,
+                                      void* userData);
+/* Creates a hot folder (a VHotfolder) on path, scanning every `milliseconds` once started; with
+ * VANTU_HOTFOLDER_ACTIVATE the first scan follows one second later. NULL if it cannot be made. */
+VANTU_API void* vantu_CreateHotFolderEx(const char* path, unsigned int milliseconds,
+                                        unsigned int flags, vantu_HotFolderCallback callback,
+                                        void* userData);
+/* Sets the period and the recursive and group-folders flags (the activate flag is ignored). The
+ * period reaches the timer at the next activation. */
+VANTU_API void vantu_ConfigHotFolder(void* handle, unsigned int milliseconds, unsigned int flags);
+/* Non-zero: starts (on a running hot folder, only applies the period, keeping the list of
+ * delivered entries). 0: stops and empties the list, so everything still there is delivered
+ * again after the next activation. Waits for a scan in progress: never call it with 0 from the
+ * hot folder's own callback. */
+VANTU_API void vantu_ActivateHotFolder(void* handle, int activate);
+/* Takes the entry with exactly this path (as the callback gave it) out of the list; with
+ * keepFile 0 also deletes it (a directory with its content). A kept file that stays on the disk
+ * is delivered again at the next scan: the list is the hot folder's only memory. May be called
+ * from inside the callback. */
+VANTU_API void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int keepFile);
+/* Deletes a hot folder (stopping it and waiting for a scan in progress); NULL does nothing.
+ * Never call it from the hot folder's own callback. */
+VANTU_API void vantu_DisposeHotFolder(void* handle);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,114 @@
+// VHotfolder: watches one directory and hands each complete arriving file to a callback, once.
+//
+// On a periodic timer (first scan one second after Start, then every period) a scan walks the
+// directory (recursively if asked; entries under a directory whose name starts with "." are
+// ignored), and for each entry not yet delivered checks that no process holds it open for
+// writing, that it is not empty, and that its size did not grow between two readings at least
+// 500 ms apart. A complete entry is appended to the file list and the callback receives its path
+// (UTF-8 bytes as the file system names it, NUL-terminated), the path's length and the user
+// data. In group-folders mode a sub-directory is one entry, delivered (its path ending in "/")
+// once every file directly inside it is complete in the same scan. A scan takes the first size
+// of every candidate, waits once, then takes the second sizes and delivers, so it waits about
+// 500 ms however many files it checks. Callbacks come in the order the walk found the entries;
+// all callbacks of all hot folders of the process are serialised by one mutex.
+//
+// The file list is the hot folder's only memory: an entry stays in it, and is not delivered
+// again, for as long as every scan finds it. An entry that disappears drops out of the list and
+// is delivered again if it comes back. Remove takes an entry out of the list (and, unless asked
+// to keep it, deletes it); a file taken out of the list but left on the disk is therefore
+// delivered again at the next scan. Stop empties the list, so a later Start delivers again
+// everything still there.
+//
+// Every step is traced at level "INFO" through VLogMessage into the current log. Nothing is
+// thrown out of a scan or out of Remove; a missing or unreadable folder gives an empty scan.
+//
+// Thread safety: scans run on a pool thread, one at a time; Remove may be called from any
+// thread, including from inside the callback (the scan mutex is recursive). Stop and the
+// destructor wait for a scan in progress, so they must not be called from inside this hot
+// folder's own callback.
+#ifndef VANTU_VHOTFOLDER_H
+#define VANTU_VHOTFOLDER_H
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <mutex>
+
+#include <vantu/Export.h>
+#include <vantu/VBaseObject.h>
+#include <vantu/VFile.h>
+#include <vantu/VHFItem.h>
+#include <vantu/VPath.h>
+#include <vantu/VTimer.h>
+
+class VANTU_API VHotfolder : public VBaseObject {
+ public:
+  using Callback = int (*)(const char* path, int length, void* userData);
+
+  VHotfolder();
+  // Copies the settings (CopyFrom), not the list, the timer or the mutex.
+  VHotfolder(const VHotfolder& other);
+  VHotfolder& operator=(const VHotfolder& other);
+  // Sets the stopping flag, stops the timer (waiting for a scan in progress), empties the list.
+  ~VHotfolder() override;
+
+  // Slot 3: CopyFrom(other) unless other is this object.
+  virtual void Assign(const VHotfolder& other);
+  // Slot 4: copies path, group folders, recursive, period, callback, user data, enabled and
+  // stopping; never the list, the timer or the mutex.
+  virtual void CopyFrom(const VHotfolder& other);
+
+  // The live list of delivered entries, in delivery order. Lock-free access races with scans:
+  // read it from the callback, or while the hot folder is stopped.
+  std::list<VHFItem>* GetFileList();
+  bool GetGroupFolders() const;
+  Callback GetHolfoderCbFn() const;
+  VPath GetPath() const;
+  bool GetRecursive() const;
+  long GetTimeMilliseconds() const;
+  // A copy of the timer, which owns no timer of its own.
+  VTimer GetTimer() const;
+  void* GetUserData() const;
+  // Stored and reported only; no scan reads it.
+  void Enable(bool enabled);
+  bool isEnabled() const;
+
+  void SetPath(const VPath& path);
+  void SetTimeMilliseconds(int milliseconds);
+  void SetRecursive(bool recursive);
+  void SetGroupFolders(bool groupFolders);
+  void SetCallback(Callback callback);
+  void SetUserData(void* userData);
+
+  // Starts scanning: the first scan one second later, then every period. On a running hot folder
+  // only the period changes (from the end of the current interval); the list is kept.
+  void Start();
+  // Stops scanning (waiting for a scan in progress) and empties the list.
+  void Stop();
+  // One scan. Returns 1 when the list now holds exactly as many entries as the scan found and
+  // that number is not 0, else 0.
+  int CheckFolderChanges();
+  // Takes the entry whose path text equals the file's (a directory's in directory form) out of
+  // the list and, unless keepFile, deletes it from the disk (a directory with its content).
+  // Failures are logged, never thrown. A kept file that stays on the disk is delivered again at
+  // the next scan: the list is the hot folder's only memory.
+  void Remove(const VFile& file, bool keepFile);
+
+ private:
+  class Scan;
+  static int OnTimer(void* self);
+
+  std::list<VHFItem> fileList_;
+  std::unique_ptr<std::recursive_mutex> scanMutex_;
+  VPath path_;
+  int period_ = 10000;
+  Callback callback_ = nullptr;
+  void* userData_ = nullptr;
+  bool enabled_ = false;
+  VTimer timer_;
+  bool recursive_ = false;
+  bool groupFolders_ = false;
+  std::atomic<bool> stopping_{false};
+};
+
+#endif  // VANTU_VHOTFOLDER_H

@@ -1,0 +1,52 @@
+#include <gtest/gtest.h>
+
+#include <vantu/VHotfolder.h>
+#include <vantu/vantu.h>
+
+#include "support/TempDir.h"
+
+namespace {
+
+using vantu::test::TempDir;
+
+int Count(const char*, int, void* data) {
+  ++*static_cast<int*>(data);
+  return 0;
+}
+
+TEST(FlatHotFolderTest, CreateConfigureAndDispose) {
+  const TempDir dir;
+  int calls = 0;
+  void* handle = vantu_CreateHotFolder(dir.path().c_str(), 5000, 0, 1, Count, &calls);
+  ASSERT_NE(handle, nullptr);
+  auto* folder = static_cast<VHotfolder*>(handle);
+  EXPECT_TRUE(folder->GetRecursive());
+  EXPECT_FALSE(folder->GetGroupFolders());
+  EXPECT_EQ(folder->GetTimeMilliseconds(), 5000);
+  EXPECT_EQ(folder->GetHolfoderCbFn(), &Count);
+  EXPECT_EQ(folder->GetUserData(), &calls);
+  EXPECT_EQ(folder->GetPath().GetString(), dir.path());
+
+  // Bit 0 is ignored; bits 1 and 2 are read, and here off.
+  vantu_ConfigHotFolder(handle, 700, VANTU_HOTFOLDER_ACTIVATE);
+  EXPECT_FALSE(folder->GetRecursive());
+  EXPECT_EQ(folder->GetTimeMilliseconds(), 700);
+  vantu_ConfigHotFolder(handle, 700, VANTU_HOTFOLDER_GROUP_FOLDERS);
+  EXPECT_TRUE(folder->GetGroupFolders());
+
+  dir.Write("f", "x");
+  folder->CheckFolderChanges();
+  EXPECT_EQ(calls, 1);
+  vantu_DeleteFileFromHotFolder(handle, (dir / "f").c_str(), 1);
+  folder->CheckFolderChanges();
+  EXPECT_EQ(calls, 2);  // kept and still there: delivered again
+  vantu_ActivateHotFolder(handle, 0);
+  EXPECT_TRUE(folder->GetFileList()->empty());
+  vantu_DisposeHotFolder(handle);
+  vantu_DisposeHotFolder(nullptr);
+  vantu_ConfigHotFolder(nullptr, 1, 2);
+  vantu_ActivateHotFolder(nullptr, 1);
+  vantu_DeleteFileFromHotFolder(nullptr, "x", 0);
+}
+
+}  // namespace

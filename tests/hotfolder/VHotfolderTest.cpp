@@ -1,0 +1,333 @@
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vantu/VHotfolder.h>
+#include <vantu/VLog.h>
+#include <vantu/vantu.h>
+
+#include "support/LogFiles.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using vantu::test::HeldOpen;
+using vantu::test::ReadLines;
+using vantu::test::RunningAsRoot;
+using vantu::test::TempDir;
+
+// Records deliveries; tests wait on it instead of sleeping.
+class Deliveries {
+ public:
+  static int Callback(const char* path, int length, void* self) {
+    auto* deliveries = static_cast<Deliveries*>(self);
+    const std::string text(path, static_cast<size_t>(length));
+    std::error_code ignored;
+    const auto size = std::filesystem::file_size(text, ignored);
+    std::lock_guard<std::mutex> lock(deliveries->mutex_);
+    deliveries->paths_.push_back(text);
+    deliveries->sizes_[text] = size;
+    deliveries->changed_.notify_all();
+    return 0;
+  }
+  bool WaitFor(size_t count, std::chrono::milliseconds timeout = 30s) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return paths_.size() >= count; });
+  }
+  std::vector<std::string> Paths() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return paths_;
+  }
+  uintmax_t SizeOf(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return sizes_[path];
+  }
+  size_t Count(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return static_cast<size_t>(std::count(paths_.begin(), paths_.end(), path));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> paths_;
+  std::map<std::string, uintmax_t> sizes_;
+};
+
+class VHotfolderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder.SetPath(VPath(dir.path().c_str()));
+    folder.SetCallback(&Deliveries::Callback);
+    folder.SetUserData(&delivered);
+  }
+  TempDir dir;
+  Deliveries delivered;
+  VHotfolder folder;
+};
+
+TEST_F(VHotfolderTest, ACompleteFileIsDeliveredOnceAndEmptyFilesNever) {
+  const std::string a = dir.Write("a.txt", "alpha");
+  dir.Write("empty.txt", "");
+  dir.Write(".hidden/inside.txt", "x");
+  EXPECT_EQ(folder.CheckFolderChanges(), 0);  // the empty file counts as found, not delivered
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{a});
+  EXPECT_EQ(folder.GetFileList()->size(), 1u);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(a), 1u);
+
+  std::filesystem::remove(dir / "empty.txt");
+  EXPECT_EQ(folder.CheckFolderChanges(), 1);  // every found entry is in the list
+}
+
+TEST_F(VHotfolderTest, AFileAnotherProcessWritesWaitsUntilItIsClosed) {
+  const std::string held = dir.Write("held.bin", "partial");
+  HeldOpen writer(held, true);
+  ASSERT_TRUE(writer.opened());
+  folder.CheckFolderChanges();
+  EXPECT_TRUE(delivered.Paths().empty());
+  writer.Release();
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{held});
+}
+
+TEST_F(VHotfolderTest, AGrowingFileIsDeliveredOnceWithItsFinalSize) {
+  const std::string growing = dir / "growing.log";
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (int i = 0; i < 20; ++i) {  // 2 s, reopening the file for each append
+      std::ofstream(growing, std::ios::app) << std::string(1000, 'g');
+      std::this_thread::sleep_for(100ms);
+    }
+    done = true;
+  });
+  while (!done) folder.CheckFolderChanges();
+  writer.join();
+  folder.CheckFolderChanges();
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(growing), 1u);
+  EXPECT_EQ(delivered.SizeOf(growing), 20000u);
+}
+
+TEST_F(VHotfolderTest, AThousandFilesWhileRunningEachOnceThenGoneAndBack) {
+  folder.SetTimeMilliseconds(200);
+  folder.Start();
+  std::vector<std::string> files;
+  for (int i = 0; i < 1000; ++i) files.push_back(dir.Write("f" + std::to_string(i), "data"));
+  ASSERT_TRUE(delivered.WaitFor(1000));
+  std::this_thread::sleep_for(600ms);  // a further scan must not deliver anything again
+  for (const auto& file : files) ASSERT_EQ(delivered.Count(file), 1u) << file;
+  EXPECT_EQ(delivered.Paths().size(), 1000u);
+
+  std::filesystem::remove(files[1]);
+  folder.Stop();
+  EXPECT_TRUE(folder.GetFileList()->empty());
+  // After Stop the list is empty: the next Start delivers everything still there again.
+  folder.Start();
+  ASSERT_TRUE(delivered.WaitFor(1999));
+  folder.Stop();
+  EXPECT_EQ(delivered.Count(files[2]), 2u);
+  EXPECT_EQ(delivered.Count(files[1]), 1u);
+  EXPECT_EQ(delivered.Paths().size(), 1999u);
+}
+
+TEST_F(VHotfolderTest, EntriesThatDisappearDropOutOfTheListAndComeBackAsNew) {
+  const std::string a = dir.Write("a", "1");
+  folder.CheckFolderChanges();
+  std::filesystem::remove(a);
+  EXPECT_EQ(folder.CheckFolderChanges(), 0);
+  EXPECT_TRUE(folder.GetFileList()->empty());
+  dir.Write("a", "2");
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(a), 2u);
+}
+
+TEST_F(VHotfolderTest, RemoveTakesEntriesOutAndAKeptFileIsDeliveredAgain) {
+  const std::string a = dir.Write("a", "1");
+  const std::string b = dir.Write("b", "2");
+  folder.CheckFolderChanges();
+  folder.Remove(VFile((dir / "A").c_str()), false);  // case matters: not in the list
+  folder.Remove(VFile((dir / "missing").c_str()), false);
+  EXPECT_EQ(folder.GetFileList()->size(), 2u);
+  folder.Remove(VFile(a.c_str()), true);  // kept on the disk
+  EXPECT_TRUE(std::filesystem::exists(a));
+  EXPECT_EQ(folder.GetFileList()->size(), 1u);
+  folder.Remove(VFile(b.c_str()), false);
+  EXPECT_FALSE(std::filesystem::exists(b));
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(a), 2u);  // the list is the only memory
+  EXPECT_EQ(delivered.Count(b), 1u);
+}
+
+TEST_F(VHotfolderTest, GroupFoldersDeliverASubdirectoryOnceAllItsFilesAreComplete) {
+  folder.SetGroupFolders(true);
+  std::filesystem::create_directories(dir / "empty");
+  dir.Write("job/one", "1");
+  const std::string second = dir.Write("job/two", "2");
+  dir.Write(".private/x", "x");
+  {
+    HeldOpen writer(second, true);
+    folder.CheckFolderChanges();
+    EXPECT_TRUE(delivered.Paths().empty());
+  }
+  folder.CheckFolderChanges();
+  ASSERT_EQ(delivered.Paths(), std::vector<std::string>{dir / "job/"});
+  ASSERT_EQ(folder.GetFileList()->size(), 1u);
+  EXPECT_EQ(folder.GetFileList()->front().contents.size(), 2u);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Paths().size(), 1u);
+  // A sub-directory is removed by its path in directory form, content and all.
+  folder.Remove(VFile((dir / "job/").c_str()), false);
+  EXPECT_FALSE(std::filesystem::exists(dir / "job"));
+}
+
+TEST_F(VHotfolderTest, TheFolderGoingAwayAndHostileTreesDoNotStopIt) {
+  folder.SetRecursive(true);
+  dir.Write("sub/deep/f", "1");
+  ASSERT_EQ(::symlink(dir.path().c_str(), (dir / "sub/deep/loop").c_str()), 0);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(dir / "sub/deep/f"), 1u);
+
+  const std::string moved = dir.path() + "-moved";
+  std::filesystem::rename(dir.path(), moved);
+  EXPECT_EQ(folder.CheckFolderChanges(), 0);
+  EXPECT_TRUE(folder.GetFileList()->empty());
+  std::filesystem::create_directories(dir.path());
+  dir.Write("new", "n");
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(dir / "new"), 1u);
+  std::filesystem::remove_all(moved);
+}
+
+TEST_F(VHotfolderTest, ACallbackMayRemoveItsOwnFile) {
+  struct Context {
+    VHotfolder* folder;
+    std::vector<std::string> seen;
+  } context{&folder, {}};
+  folder.SetUserData(&context);
+  folder.SetCallback([](const char* path, int, void* data) {
+    auto* c = static_cast<Context*>(data);
+    c->seen.emplace_back(path);
+    vantu_DeleteFileFromHotFolder(c->folder, path, 0);
+    return 0;
+  });
+  const std::string a = dir.Write("a", "1");
+  folder.CheckFolderChanges();
+  EXPECT_EQ(context.seen, std::vector<std::string>{a});
+  EXPECT_FALSE(std::filesystem::exists(a));
+  EXPECT_TRUE(folder.GetFileList()->empty());
+}
+
+TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
+  const TempDir logDir;
+  VLog log;
+  log.SetFolder(VPath(logDir.path().c_str()));
+  log.SetName(VString("trace"));
+  VLog* previous = VLog::SetCurrent(&log);
+  const std::string a = dir.Write("a", "1");
+  dir.Write("empty", "");
+  folder.CheckFolderChanges();
+  folder.CheckFolderChanges();
+  folder.Remove(VFile(a.c_str()), false);
+  VLog::SetCurrent(previous);
+  log.Flush();
+  std::string all;
+  for (const auto& line : ReadLines(logDir / "trace.log")) all += line + "\n";
+  const auto has = [&](const std::string& text) { return all.find(text) != std::string::npos; };
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 146]\t\"Checking file " + a + "\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 208]\t\"Adding " + a + " to the list\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 214]\t\"Calling callback for file " + a + "\""));
+  EXPECT_TRUE(
+      has("INFO [File: VHotfolder Line: 233]\t\"File " + (dir / "empty") + " is not available\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 160]\t\"File " + a + " found in the list\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 447]\t\"Removing " + a + "\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 464]\t\"Removing " + a + ", found in the list\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 474]\t\"Deleting " + a + "\""));
+}
+
+TEST_F(VHotfolderTest, AnUnreadableSubdirectoryDoesNotBreakTheScan) {
+  if (RunningAsRoot()) GTEST_SKIP() << "root reads every directory";
+  folder.SetRecursive(true);
+  dir.Write("locked/f", "1");
+  ASSERT_EQ(::chmod((dir / "locked").c_str(), 0), 0);
+  EXPECT_NO_THROW(folder.CheckFolderChanges());
+  ::chmod((dir / "locked").c_str(), 0700);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(dir / "locked/f"), 1u);
+}
+
+TEST(VHotfolderConcurrencyTest, TenHotFoldersNeverOverlapTheirCallbacks) {
+  static std::atomic<int> inside{0};
+  static std::atomic<int> overlaps{0};
+  static std::atomic<int> calls{0};
+  std::vector<std::unique_ptr<TempDir>> dirs;
+  std::vector<std::unique_ptr<VHotfolder>> folders;
+  for (int i = 0; i < 10; ++i) {
+    dirs.push_back(std::make_unique<TempDir>());
+    for (int f = 0; f < 5; ++f) dirs.back()->Write("f" + std::to_string(f), "x");
+    folders.push_back(std::make_unique<VHotfolder>());
+    folders.back()->SetPath(VPath(dirs.back()->path().c_str()));
+    folders.back()->SetTimeMilliseconds(100);
+    folders.back()->SetCallback([](const char*, int, void*) {
+      if (++inside > 1) ++overlaps;
+      std::this_thread::sleep_for(2ms);
+      --inside;
+      ++calls;
+      return 0;
+    });
+    folders.back()->Start();
+  }
+  const auto deadline = std::chrono::steady_clock::now() + 60s;
+  while (calls < 50 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(20ms);
+  }
+  folders.clear();
+  EXPECT_EQ(calls, 50);
+  EXPECT_EQ(overlaps, 0);
+}
+
+TEST(VHotfolderConcurrencyTest, ControlFromAnotherThreadWhileScansRun) {
+  const TempDir dir;
+  for (int f = 0; f < 20; ++f) dir.Write("f" + std::to_string(f), "x");
+  std::atomic<int> calls{0};
+  void* handle = vantu_CreateHotFolderEx(
+      dir.path().c_str(), 50, VANTU_HOTFOLDER_ACTIVATE,
+      [](const char* path, int, void* data) {
+        ++*static_cast<std::atomic<int>*>(data);
+        std::this_thread::sleep_for(1ms);
+        (void)path;
+        return 0;
+      },
+      &calls);
+  ASSERT_NE(handle, nullptr);
+  std::thread churn([&] {
+    for (int i = 0; i < 20; ++i) dir.Write("churn" + std::to_string(i), std::string(i + 1, 'c'));
+  });
+  const auto until = std::chrono::steady_clock::now() + 5s;
+  for (int round = 0; std::chrono::steady_clock::now() < until; ++round) {
+    vantu_ConfigHotFolder(handle, 50 + round % 3, round % 2 ? VANTU_HOTFOLDER_RECURSIVE : 0);
+    vantu_ActivateHotFolder(handle, round % 40 != 39);  // a restart now and then
+    vantu_DeleteFileFromHotFolder(handle, (dir / ("f" + std::to_string(round % 20))).c_str(), 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(round % 5 * 30));
+  }
+  churn.join();
+  vantu_DisposeHotFolder(handle);
+  EXPECT_GT(calls, 0);
+}
+
+}  // namespace
