@@ -251,6 +251,7 @@ void VLog::Log(int priority, const std::string& text) {
   Chain* chain = Ready();
   if (chain == nullptr || priority < 1 || priority > chain->level.load()) return;
   chain->Write(text);
+  if (const Listener listener = listener_.load()) listener(priority, text, listenerContext_);
 }
 
 void VLog::Fatal(const std::string& text) { Log(Poco::Message::PRIO_FATAL, text); }
@@ -261,6 +262,11 @@ void VLog::Notice(const std::string& text) { Log(Poco::Message::PRIO_NOTICE, tex
 void VLog::Information(const std::string& text) { Log(Poco::Message::PRIO_INFORMATION, text); }
 void VLog::Debug(const std::string& text) { Log(Poco::Message::PRIO_DEBUG, text); }
 void VLog::Trace(const std::string& text) { Log(Poco::Message::PRIO_TRACE, text); }
+
+void VLog::SetListener(Listener listener, void* context) {
+  listenerContext_ = context;
+  listener_ = listener;
+}
 
 VLog* VLog::SetCurrent(VLog* log) { return g_current.exchange(log); }
 

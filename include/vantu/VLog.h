@@ -84,6 +84,12 @@ class VANTU_API VLog : public VBaseObject {
   // Whether a message at this POCO priority would be written.
   bool IsEnabled(int priority) const;
 
+  // Receives the priority and text of every message the log writes (after the level test, before
+  // the date is added), in the thread that logs it; null stops it. Set it before the log is
+  // shared; the listener must not log into this log.
+  using Listener = void (*)(int priority, const std::string& text, void* context);
+  void SetListener(Listener listener, void* context);
+
   // Makes `log` (may be null) the current log and returns the previous one.
   static VLog* SetCurrent(VLog* log);
   static VLog* GetCurrent();
@@ -113,6 +119,8 @@ class VANTU_API VLog : public VBaseObject {
   bool opened_ = false;                 // set before the first step that may fail
   std::shared_ptr<Chain> chain_;        // shared by the copies of an opened log
   std::atomic<Chain*> ready_{nullptr};  // chain_.get() once opened, read without the lock
+  std::atomic<Listener> listener_{nullptr};
+  void* listenerContext_ = nullptr;
 };
 
 #endif  // VANTU_VLOG_H
