@@ -56,6 +56,10 @@ const Poco::TextEncoding& PocoEncoding(StringEncoding encoding) {
 
 using Byte = unsigned char;
 
+// The per-character steps are inlined into each pair's loop; the loops stay apart.
+#define VANTU_INLINE inline __attribute__((always_inline))
+#define VANTU_NOINLINE __attribute__((noinline))
+
 constexpr uint32_t kReplacement = '?';
 
 // The eight positions where ISO 8859-15 differs from ISO 8859-1.
@@ -95,7 +99,7 @@ constexpr Latin9Table kLatin9;
 
 struct AsciiSource {
   static constexpr int kWidth = 1;
-  static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
+  VANTU_INLINE static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
     const Byte b = *p++;
     cp = b < 0x80 ? b : kReplacement;
     return true;
@@ -104,7 +108,7 @@ struct AsciiSource {
 
 struct Latin1Source {
   static constexpr int kWidth = 1;
-  static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
+  VANTU_INLINE static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
     cp = *p++;
     return true;
   }
@@ -112,17 +116,17 @@ struct Latin1Source {
 
 struct Latin9Source {
   static constexpr int kWidth = 1;
-  static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
+  VANTU_INLINE static bool Next(const Byte*& p, const Byte*, uint32_t& cp) {
     cp = kLatin9.codePoint[*p++];
     return true;
   }
 };
 
-inline bool IsContinuation(Byte b) { return (b & 0xC0) == 0x80; }
+VANTU_INLINE bool IsContinuation(Byte b) { return (b & 0xC0) == 0x80; }
 
 struct Utf8Source {
   static constexpr int kWidth = 1;
-  static bool Next(const Byte*& p, const Byte* end, uint32_t& cp) {
+  VANTU_INLINE static bool Next(const Byte*& p, const Byte* end, uint32_t& cp) {
     const Byte b0 = p[0];
     if (b0 < 0x80) {
       cp = b0;
@@ -166,7 +170,7 @@ struct Utf8Source {
 
 struct Utf16Source {
   static constexpr int kWidth = 2;
-  static bool Next(const Byte*& p, const Byte* end, uint32_t& cp) {
+  VANTU_INLINE static bool Next(const Byte*& p, const Byte* end, uint32_t& cp) {
     const ptrdiff_t left = end - p;
     if (left < 2) return false;
     const uint32_t unit = p[0] | uint32_t{p[1]} << 8;
@@ -189,21 +193,21 @@ struct Utf16Source {
 
 struct AsciiTarget {
   static constexpr int kWidth = 1;
-  static void Put(uint32_t cp, Byte*& d) {
+  VANTU_INLINE static void Put(uint32_t cp, Byte*& d) {
     *d++ = static_cast<Byte>(cp < 0x80 ? cp : kReplacement);
   }
 };
 
 struct Latin1Target {
   static constexpr int kWidth = 1;
-  static void Put(uint32_t cp, Byte*& d) {
+  VANTU_INLINE static void Put(uint32_t cp, Byte*& d) {
     *d++ = static_cast<Byte>(cp <= 0xFF ? cp : kReplacement);
   }
 };
 
 struct Latin9Target {
   static constexpr int kWidth = 1;
-  static void Put(uint32_t cp, Byte*& d) {
+  VANTU_INLINE static void Put(uint32_t cp, Byte*& d) {
     Byte b = static_cast<Byte>(kReplacement);
     if (cp <= 0xFF) {
       if (kLatin9.codePoint[cp] == cp) b = static_cast<Byte>(cp);
@@ -243,7 +247,7 @@ struct Latin9Target {
 
 struct Utf8Target {
   static constexpr int kWidth = 1;
-  static void Put(uint32_t cp, Byte*& d) {
+  VANTU_INLINE static void Put(uint32_t cp, Byte*& d) {
     if (cp < 0x80) {
       *d++ = static_cast<Byte>(cp);
     } else if (cp < 0x800) {
@@ -267,7 +271,7 @@ struct Utf8Target {
 
 struct Utf16Target {
   static constexpr int kWidth = 2;
-  static void Put(uint32_t cp, Byte*& d) {
+  VANTU_INLINE static void Put(uint32_t cp, Byte*& d) {
     if (cp < 0x10000) {
       d[0] = static_cast<Byte>(cp);
       d[1] = static_cast<Byte>(cp >> 8);
@@ -297,19 +301,19 @@ size_t AsciiBlock(const Byte* p, Byte* d);
 
 #if defined(__SSE2__)
 
-inline size_t LeadingAscii(int nonAsciiMask) {
+VANTU_INLINE size_t LeadingAscii(int nonAsciiMask) {
   return nonAsciiMask == 0 ? kBlock : static_cast<size_t>(__builtin_ctz(nonAsciiMask));
 }
 
 template <>
-inline size_t AsciiBlock<1, 1>(const Byte* p, Byte* d) {
+VANTU_INLINE size_t AsciiBlock<1, 1>(const Byte* p, Byte* d) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(d), v);
   return LeadingAscii(_mm_movemask_epi8(v));
 }
 
 template <>
-inline size_t AsciiBlock<1, 2>(const Byte* p, Byte* d) {
+VANTU_INLINE size_t AsciiBlock<1, 2>(const Byte* p, Byte* d) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   const __m128i zero = _mm_setzero_si128();
   _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_unpacklo_epi8(v, zero));
@@ -318,7 +322,7 @@ inline size_t AsciiBlock<1, 2>(const Byte* p, Byte* d) {
 }
 
 template <>
-inline size_t AsciiBlock<2, 1>(const Byte* p, Byte* d) {
+VANTU_INLINE size_t AsciiBlock<2, 1>(const Byte* p, Byte* d) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
   const __m128i high = _mm_and_si128(v, _mm_set1_epi16(static_cast<short>(0xFF80)));
   const __m128i ascii = _mm_cmpeq_epi16(high, _mm_setzero_si128());
@@ -344,10 +348,17 @@ size_t AsciiBlock(const Byte* p, Byte* d) {
 
 #endif
 
+// Whether the character at p (p < end) is ASCII, as the block functions read it.
+template <int Width>
+VANTU_INLINE bool StartsAscii(const Byte* p, const Byte* end) {
+  if (Width == 1) return p[0] < 0x80;
+  return end - p >= 2 && p[0] < 0x80 && p[1] == 0;
+}
+
 // Converts all of `in`; false (out unspecified) when the input is not plainly valid.
 // Output bytes per input byte are at most numerator / denominator.
 template <typename Source, typename Target, size_t Numerator, size_t Denominator>
-bool Convert(const std::string& in, std::string& out) {
+VANTU_NOINLINE bool Convert(const std::string& in, std::string& out) {
   const auto* p = reinterpret_cast<const Byte*>(in.data());
   const Byte* const end = p + in.size();
   out.resize(in.size() / Denominator * Numerator + Numerator + kBlockSlack);
@@ -360,9 +371,12 @@ bool Convert(const std::string& in, std::string& out) {
       d += ascii / Source::kWidth * Target::kWidth;
       if (ascii == kBlock) continue;
     }
-    uint32_t cp;
-    if (!Source::Next(p, end, cp)) return false;
-    Target::Put(cp, d);
+    // Characters one by one until the next ASCII one, which starts a new block.
+    do {
+      uint32_t cp;
+      if (!Source::Next(p, end, cp)) return false;
+      Target::Put(cp, d);
+    } while (p < end && !StartsAscii<Source::kWidth>(p, end));
   }
   out.resize(static_cast<size_t>(d - begin));
   return true;
