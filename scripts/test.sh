@@ -4,7 +4,8 @@
 #   2. checks the formatting of the sources;
 #   3. builds everything (library, tests, benchmarks, examples) and runs the tests;
 #   4. builds again with AddressSanitizer + UndefinedBehaviorSanitizer and runs the tests;
-#   5. installs the library into a staging prefix and builds and runs a consumer project
+#   5. builds the concurrency tests (log, timer, hot folder) with ThreadSanitizer and runs them;
+#   6. installs the library into a staging prefix and builds and runs a consumer project
 #      against it, once through find_package(Vantu) and once through pkg-config.
 set -euo pipefail
 
@@ -33,6 +34,14 @@ run_suite release -DCMAKE_INSTALL_PREFIX="$root/build-release/stage"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite asan -DVANTU_SANITIZE=address,undefined -DVANTU_BUILD_BENCHMARKS=OFF \
   -DVANTU_BUILD_EXAMPLES=OFF
+
+echo "== tsan build (concurrency tests)"
+cmake -S "$root" -B "$root/build-tsan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTU_SANITIZE=thread \
+  -DVANTU_BUILD_BENCHMARKS=OFF -DVANTU_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfolder_tests
+echo "== tsan tests"
+(cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
+  -R '^(VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder)Test\.')
 
 echo "== install and consume"
 stage="$root/build-release/stage"

@@ -219,20 +219,23 @@ void VHotfolder::Assign(const VHotfolder& other) {
 }
 
 void VHotfolder::CopyFrom(const VHotfolder& other) {
-  path_ = other.path_;
-  groupFolders_ = other.groupFolders_;
-  recursive_ = other.recursive_;
-  period_ = other.period_;
-  callback_ = other.callback_;
-  userData_ = other.userData_;
-  enabled_ = other.enabled_;
+  SetPath(other.GetPath());
+  groupFolders_ = other.groupFolders_.load();
+  recursive_ = other.recursive_.load();
+  period_ = other.period_.load();
+  callback_ = other.callback_.load();
+  userData_ = other.userData_.load();
+  enabled_ = other.enabled_.load();
   stopping_ = other.stopping_.load();
 }
 
 std::list<VHFItem>* VHotfolder::GetFileList() { return &fileList_; }
 bool VHotfolder::GetGroupFolders() const { return groupFolders_; }
 VHotfolder::Callback VHotfolder::GetHolfoderCbFn() const { return callback_; }
-VPath VHotfolder::GetPath() const { return path_; }
+VPath VHotfolder::GetPath() const {
+  std::lock_guard<std::mutex> lock(pathMutex_);
+  return path_;
+}
 bool VHotfolder::GetRecursive() const { return recursive_; }
 long VHotfolder::GetTimeMilliseconds() const { return period_; }
 VTimer VHotfolder::GetTimer() const { return VTimer(timer_); }
@@ -240,7 +243,10 @@ void* VHotfolder::GetUserData() const { return userData_; }
 void VHotfolder::Enable(bool enabled) { enabled_ = enabled; }
 bool VHotfolder::isEnabled() const { return enabled_; }
 
-void VHotfolder::SetPath(const VPath& path) { path_ = path; }
+void VHotfolder::SetPath(const VPath& path) {
+  std::lock_guard<std::mutex> lock(pathMutex_);
+  path_ = path;
+}
 void VHotfolder::SetTimeMilliseconds(int milliseconds) { period_ = milliseconds; }
 void VHotfolder::SetRecursive(bool recursive) { recursive_ = recursive; }
 void VHotfolder::SetGroupFolders(bool groupFolders) { groupFolders_ = groupFolders; }
@@ -249,7 +255,7 @@ void VHotfolder::SetUserData(void* userData) { userData_ = userData; }
 
 void VHotfolder::Start() {
   stopping_ = false;
-  timer_.SetPeriodicInterval(static_cast<unsigned>(period_));
+  timer_.SetPeriodicInterval(static_cast<unsigned>(period_.load()));
   timer_.Start();
 }
 
@@ -273,12 +279,14 @@ int VHotfolder::CheckFolderChanges() {
   // The folder's UTF-8 bytes; on a UTF-8 system they stay in the system code page, so that the
   // entries keep the exact bytes of their names.
   VPath folder;
-  vantu::internal::SetPathBytes(folder, PathBytes(path_),
+  vantu::internal::SetPathBytes(folder, PathBytes(GetPath()),
                                 vantu::platform::CodePageIsUtf8() ? SystemCodePage : UTF8);
   std::vector<VHFItem> found = Scan::Walk(folder, recursive_, groupFolders_);
+  const Callback callback = callback_;
+  void* const userData = userData_;
   Scan::Clock::time_point lastReading{};
   std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
-  Scan scan(std::move(found), fileList_, callback_, userData_, &stopping_, &lastReading);
+  Scan scan(std::move(found), fileList_, callback, userData, &stopping_, &lastReading);
   scan.TakeFirstReadings();
   if (scan.HasPending()) {
     // One wait for every candidate: sleep in whole milliseconds until the second readings may

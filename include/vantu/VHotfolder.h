@@ -98,16 +98,18 @@ class VANTU_API VHotfolder : public VBaseObject {
   class Scan;
   static int OnTimer(void* self);
 
+  // Settings may change from any thread while a scan runs; each scan reads them once.
   std::list<VHFItem> fileList_;
   std::unique_ptr<std::recursive_mutex> scanMutex_;
+  mutable std::mutex pathMutex_;  // guards path_
   VPath path_;
-  int period_ = 10000;
-  Callback callback_ = nullptr;
-  void* userData_ = nullptr;
-  bool enabled_ = false;
+  std::atomic<int> period_{10000};
+  std::atomic<Callback> callback_{nullptr};
+  std::atomic<void*> userData_{nullptr};
+  std::atomic<bool> enabled_{false};
   VTimer timer_;
-  bool recursive_ = false;
-  bool groupFolders_ = false;
+  std::atomic<bool> recursive_{false};
+  std::atomic<bool> groupFolders_{false};
   std::atomic<bool> stopping_{false};
 };
 
