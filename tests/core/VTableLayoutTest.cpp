@@ -1,7 +1,5 @@
-// The order of virtual slots is part of the library's binary interface. Under the Itanium C++
-// ABI a pointer to a virtual member function holds 1 + the byte offset of its entry in the
-// table, and a virtual destructor takes two entries (complete and deleting), so documented slot
-// k after the destructor sits at entry k + 1.
+// The order of virtual slots is part of the library's binary interface (see support/VTable.h
+// for how the entries are read).
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -13,21 +11,12 @@
 #include <vantu/VException.h>
 #include <vantu/VString.h>
 
+#include "support/VTable.h"
+
 namespace {
 
-template <typename MemberFunction>
-std::ptrdiff_t TableEntry(MemberFunction function) {
-  static_assert(sizeof(function) == 2 * sizeof(std::ptrdiff_t), "Itanium member pointer");
-  std::ptrdiff_t raw[2];
-  std::memcpy(raw, &function, sizeof(raw));
-  if ((raw[0] & 1) == 0) return -1;  // not virtual
-  return (raw[0] - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
-}
-
-// Documented slot of a class whose destructor is documented slot `destructorSlot`.
-std::ptrdiff_t EntryOf(int slot, int destructorSlot) {
-  return slot > destructorSlot ? slot + 1 : slot;
-}
+using vantu::test::EntryOf;
+using vantu::test::TableEntry;
 
 #define EXPECT_SLOT(Class, slot, Signature, name)                               \
   EXPECT_EQ(TableEntry(static_cast<Signature>(&Class::name)), EntryOf(slot, 1)) \
