@@ -15,6 +15,7 @@
 #include <iconv.h>
 #include <locale.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <random>
@@ -194,18 +195,23 @@ size_t CharacterLength(StringEncoding from, const unsigned char* p, size_t left)
   return length < left ? length : left;
 }
 
-// iconv into a new string, with "?" for each character the target lacks.
+// iconv into a new string, with "?" for each character the target lacks. The input goes in
+// windows of 256 bytes: after an error glibc redoes the earlier steps of a conversion that passes
+// through its internal form, which over the whole text at once costs time quadratic in the
+// number of replaced characters.
 void IconvConvert(iconv_t cd, StringEncoding from, StringEncoding to, const std::string& in,
                   std::string& out) {
+  constexpr size_t kWindow = 256;
   const bool wide = to == UTF16;
   out.resize(in.size() * (wide ? 2 : 3) + 16);
   iconv(cd, nullptr, nullptr, nullptr, nullptr);
   char* src = const_cast<char*>(in.data());
-  size_t srcLeft = in.size();
+  char* const srcEnd = src + in.size();
   char* dst = &out[0];
   size_t dstLeft = out.size();
-  while (srcLeft > 0) {
-    if (iconv(cd, &src, &srcLeft, &dst, &dstLeft) != static_cast<size_t>(-1)) break;
+  while (src < srcEnd) {
+    size_t srcLeft = std::min<size_t>(kWindow, static_cast<size_t>(srcEnd - src));
+    if (iconv(cd, &src, &srcLeft, &dst, &dstLeft) != static_cast<size_t>(-1)) continue;
     if (errno == E2BIG) {
       const size_t written = out.size() - dstLeft;
       out.resize(out.size() * 2);
@@ -213,15 +219,15 @@ void IconvConvert(iconv_t cd, StringEncoding from, StringEncoding to, const std:
       dstLeft = out.size() - written;
       continue;
     }
+    if (errno == EINVAL && src + srcLeft < srcEnd) continue;  // cut by the window
     *dst++ = '?';
     --dstLeft;
     if (wide) {
       *dst++ = '\0';
       --dstLeft;
     }
-    const size_t skip = CharacterLength(from, reinterpret_cast<const unsigned char*>(src), srcLeft);
-    src += skip;
-    srcLeft -= skip;
+    src += CharacterLength(from, reinterpret_cast<const unsigned char*>(src),
+                           static_cast<size_t>(srcEnd - src));
   }
   out.resize(out.size() - dstLeft);
 }
