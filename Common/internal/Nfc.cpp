@@ -2,9 +2,113 @@
 
 #include <utf8proc.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+
+#include "internal/NfcTable.h"
 
 namespace vantu::internal {
+namespace {
+
+constexpr int kNfc = 2;
+
+// Whether any of eight bytes is zero or has its high bit set.
+inline bool NotPlainAscii(uint64_t word) {
+  constexpr uint64_t kLow = 0x0101010101010101ULL;
+  constexpr uint64_t kHigh = 0x8080808080808080ULL;
+  return ((word | ((word - kLow) & ~word)) & kHigh) != 0;
+}
+
+// The result of scanning text up to its first NUL byte (the part utf8proc reads).
+enum class Check { kUnchanged, kMayChange };
+
+// Proves that NFC leaves the text unchanged: every code point's NFC quick check property is Yes
+// and the canonical combining classes of non-starters never descend. Anything else (a No or Maybe
+// property, a misordered mark, invalid UTF-8) is left to utf8proc. `length` receives the bytes
+// before the first NUL.
+Check QuickCheckNfc(const std::string& text, size_t& length) {
+  const auto* b = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  size_t i = 0;
+  uint8_t lastClass = 0;
+  while (i < n) {
+    // Runs of ASCII, eight bytes at a time.
+    while (i + 8 <= n) {
+      uint64_t word;
+      std::memcpy(&word, b + i, 8);
+      if (NotPlainAscii(word)) break;
+      i += 8;
+      lastClass = 0;
+    }
+    if (i >= n) break;
+    const unsigned char lead = b[i];
+    if (lead < 0x80) {
+      if (lead == 0) break;
+      ++i;
+      lastClass = 0;
+      continue;
+    }
+    uint32_t cp;
+    size_t size;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      if (i + 1 >= n || (b[i + 1] & 0xC0) != 0x80) return Check::kMayChange;
+      cp = ((lead & 0x1Fu) << 6) | (b[i + 1] & 0x3Fu);
+      size = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      const unsigned char low = lead == 0xE0 ? 0xA0 : 0x80;
+      const unsigned char high = lead == 0xED ? 0x9F : 0xBF;  // no surrogates
+      if (i + 2 >= n || b[i + 1] < low || b[i + 1] > high || (b[i + 2] & 0xC0) != 0x80) {
+        return Check::kMayChange;
+      }
+      cp = ((lead & 0x0Fu) << 12) | ((b[i + 1] & 0x3Fu) << 6) | (b[i + 2] & 0x3Fu);
+      size = 3;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      const unsigned char low = lead == 0xF0 ? 0x90 : 0x80;
+      const unsigned char high = lead == 0xF4 ? 0x8F : 0xBF;  // up to U+10FFFF
+      if (i + 3 >= n || b[i + 1] < low || b[i + 1] > high || (b[i + 2] & 0xC0) != 0x80 ||
+          (b[i + 3] & 0xC0) != 0x80) {
+        return Check::kMayChange;
+      }
+      cp = ((lead & 0x07u) << 18) | ((b[i + 1] & 0x3Fu) << 12) | ((b[i + 2] & 0x3Fu) << 6) |
+           (b[i + 3] & 0x3Fu);
+      size = 4;
+    } else {
+      return Check::kMayChange;  // invalid: utf8proc decides (and refuses)
+    }
+    i += size;
+    if (cp < 0x300) {  // below the first combining mark, everything is a stable starter
+      lastClass = 0;
+      continue;
+    }
+    const uint8_t property = NfcProperty(cp);
+    if (property == kNfcNotYes) return Check::kMayChange;
+    if (property != 0 && lastClass > property) return Check::kMayChange;
+    lastClass = property;
+  }
+  length = i;
+  return Check::kUnchanged;
+}
+
+// Text before the first NUL byte that is pure ASCII, which every normal form leaves alone.
+bool AsciiPrefix(const std::string& text, size_t& length) {
+  const auto* b = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  size_t i = 0;
+  while (i + 8 <= n) {
+    uint64_t word;
+    std::memcpy(&word, b + i, 8);
+    if (NotPlainAscii(word)) break;
+    i += 8;
+  }
+  for (; i < n && b[i] != 0; ++i) {
+    if (b[i] >= 0x80) return false;
+  }
+  length = i;
+  return true;
+}
+
+}  // namespace
 
 bool NormalizeUtf8WithUtf8proc(std::string& text, int form) {
   static const int kOptions[] = {
@@ -33,6 +137,16 @@ bool NormalizeUtf8WithUtf8proc(std::string& text, int form) {
   return true;
 }
 
-bool NormalizeUtf8(std::string& text, int form) { return NormalizeUtf8WithUtf8proc(text, form); }
+bool NormalizeUtf8(std::string& text, int form) {
+  if (form < 0 || form > 3) return false;
+  size_t length = 0;
+  // utf8proc reads up to the first NUL byte: text it would give back unchanged is that part.
+  if (AsciiPrefix(text, length) ||
+      (form == kNfc && QuickCheckNfc(text, length) == Check::kUnchanged)) {
+    text.resize(length);
+    return true;
+  }
+  return NormalizeUtf8WithUtf8proc(text, form);
+}
 
 }  // namespace vantu::internal
