@@ -63,25 +63,30 @@ thread_local IconvCache t_iconv;
 // Runs `cd` over `in`. On input it cannot convert (invalid, or not representable in the
 // target) it writes `replacement` and skips `skip(position, bytesLeft)` bytes; an incomplete
 // sequence at the end is replaced the same way. Ends with the return to the initial shift
-// state, which stateful codesets need.
+// state, which stateful codesets need. The input goes to iconv in windows of kWindow bytes:
+// after an error glibc converts the window again up to the faulty character (for
+// conversions through its internal form), so whole texts full of characters the target
+// lacks would cost time quadratic in their length.
 template <typename Skip>
 void Convert(iconv_t cd, const std::string& in, std::string& out, const char* replacement,
              size_t replacementSize, Skip skip) {
   out.clear();
   out.resize(in.size() * 2 + 16);
+  constexpr size_t kWindow = 256;
   char* src = const_cast<char*>(in.data());
-  size_t srcLeft = in.size();
+  char* const srcEnd = src + in.size();
   size_t written = 0;
   bool flushing = false;
   for (;;) {
     char* dst = out.data() + written;
     size_t dstLeft = out.size() - written;
+    size_t srcLeft = std::min(kWindow, static_cast<size_t>(srcEnd - src));
     const size_t rc = flushing ? iconv(cd, nullptr, nullptr, &dst, &dstLeft)
                                : iconv(cd, &src, &srcLeft, &dst, &dstLeft);
     written = out.size() - dstLeft;
     if (rc != static_cast<size_t>(-1)) {
       if (flushing) break;
-      flushing = true;  // all input read
+      if (src == srcEnd) flushing = true;  // all input read
       continue;
     }
     if (errno == E2BIG) {
@@ -89,13 +94,14 @@ void Convert(iconv_t cd, const std::string& in, std::string& out, const char* re
       continue;
     }
     if (flushing) break;  // nothing sensible left to write
+    // A sequence cut by the window's end is read whole in the next window.
+    if (errno == EINVAL && src + srcLeft < srcEnd) continue;
     // EILSEQ (invalid or unconvertible) or EINVAL (incomplete at the end).
     if (out.size() - written < replacementSize) out.resize(out.size() * 2 + replacementSize);
     std::memcpy(out.data() + written, replacement, replacementSize);
     written += replacementSize;
-    const size_t n = std::max<size_t>(1, std::min(srcLeft, skip(src, srcLeft)));
-    src += n;
-    srcLeft -= n;
+    const size_t left = static_cast<size_t>(srcEnd - src);
+    src += std::max<size_t>(1, std::min(left, skip(src, left)));
   }
   out.resize(written);
 }

@@ -288,6 +288,32 @@ TEST(SystemCodePageTest, Latin1LocaleReadsEveryByte) {
   EXPECT_EQ(Convert(Latin9, SystemCodePage, Bytes({0xA4, 0xE9})), "?\xE9");
 }
 
+// iconv reads long text in pieces; characters cut at a piece's end must come out whole.
+TEST(SystemCodePageTest, LongTextConvertsWholeThroughIconv) {
+  const std::string unit =
+      "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"
+      "a";  // e-acute, euro, emoji, a
+  std::string utf8;
+  for (int i = 0; i < 3000; ++i) utf8 += unit;
+  {
+    USE_LOCALE_OR_SKIP(c, "C");
+    // The invalid last byte sends the text through iconv.
+    std::string expected;
+    ConvertTextWithPoco(UTF8, UTF16, utf8, expected);
+    expected += std::string("?\0", 2);
+    EXPECT_EQ(Convert(SystemCodePage, UTF16, utf8 + "\xFF"), expected);
+  }
+  {
+    USE_LOCALE_OR_SKIP(latin1, kLatin1Locale);
+    std::string expected;
+    for (int i = 0; i < 3000; ++i) expected += "\xE9??a";
+    EXPECT_EQ(Convert(UTF8, SystemCodePage, utf8), expected);
+    std::string back;
+    ConvertTextWithPoco(Latin1, UTF16, expected, back);
+    EXPECT_EQ(Convert(SystemCodePage, UTF16, expected), back);
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Either locale
 
