@@ -103,6 +103,21 @@ VLog::VLog()
 
 VLog::VLog(const VLog& other) : VBaseObject(other) {
   std::lock_guard<std::mutex> lock(other.mutex_);
+  CopyState(other);
+}
+
+VLog& VLog::operator=(const VLog& other) {
+  if (this == &other) return *this;
+  std::shared_ptr<Chain> previous;  // released outside the locks: its end may drain a queue
+  {
+    std::scoped_lock lock(mutex_, other.mutex_);
+    previous = chain_;
+    CopyState(other);
+  }
+  return *this;
+}
+
+void VLog::CopyState(const VLog& other) {
   name_ = other.name_;
   folder_ = other.folder_;
   rotation_ = other.rotation_;
@@ -112,25 +127,6 @@ VLog::VLog(const VLog& other) : VBaseObject(other) {
   opened_ = other.opened_;
   chain_ = other.chain_;
   ready_ = chain_.get();
-}
-
-VLog& VLog::operator=(const VLog& other) {
-  if (this == &other) return *this;
-  std::shared_ptr<Chain> previous;
-  {
-    std::scoped_lock lock(mutex_, other.mutex_);
-    name_ = other.name_;
-    folder_ = other.folder_;
-    rotation_ = other.rotation_;
-    archive_ = other.archive_;
-    purgeAge_ = other.purgeAge_;
-    level_ = other.level_;
-    opened_ = other.opened_;
-    previous.swap(chain_);
-    chain_ = other.chain_;
-    ready_ = chain_.get();
-  }
-  return *this;  // `previous` goes here, outside the locks
 }
 
 VLog::~VLog() {

@@ -108,6 +108,8 @@ class VANTU_API VLog : public VBaseObject {
   struct Chain;
   void Log(int priority, const std::string& text);
   Chain* Ready();
+  // Copies every field and shares the chain; the caller holds both mutexes.
+  void CopyState(const VLog& other);
 
   VString name_;
   VPath folder_;
