@@ -195,10 +195,10 @@ size_t CharacterLength(StringEncoding from, const unsigned char* p, size_t left)
   return length < left ? length : left;
 }
 
-// iconv into a new string, with "?" for each character the target lacks. The input goes in
-// windows of 256 bytes: after an error glibc redoes the earlier steps of a conversion that passes
-// through its internal form, which over the whole text at once costs time quadratic in the
-// number of replaced characters.
+// iconv into a new string, with "?" for each character the target lacks. The input goes whole;
+// after the first replacement, in windows of 256 bytes: after an error glibc redoes the earlier
+// steps of a conversion that passes through its internal form, which over the whole text at once
+// costs time quadratic in the number of replaced characters.
 void IconvConvert(iconv_t cd, StringEncoding from, StringEncoding to, const std::string& in,
                   std::string& out) {
   constexpr size_t kWindow = 256;
@@ -207,10 +207,13 @@ void IconvConvert(iconv_t cd, StringEncoding from, StringEncoding to, const std:
   iconv(cd, nullptr, nullptr, nullptr, nullptr);
   char* src = const_cast<char*>(in.data());
   char* const srcEnd = src + in.size();
+  bool replaced = false;
   char* dst = &out[0];
   size_t dstLeft = out.size();
   while (src < srcEnd) {
-    size_t srcLeft = std::min<size_t>(kWindow, static_cast<size_t>(srcEnd - src));
+    // The whole rest at once until the first replacement, then windows.
+    size_t srcLeft = replaced ? std::min<size_t>(kWindow, static_cast<size_t>(srcEnd - src))
+                              : static_cast<size_t>(srcEnd - src);
     if (iconv(cd, &src, &srcLeft, &dst, &dstLeft) != static_cast<size_t>(-1)) continue;
     if (errno == E2BIG) {
       const size_t written = out.size() - dstLeft;
@@ -220,6 +223,7 @@ void IconvConvert(iconv_t cd, StringEncoding from, StringEncoding to, const std:
       continue;
     }
     if (errno == EINVAL && src + srcLeft < srcEnd) continue;  // cut by the window
+    replaced = true;
     *dst++ = '?';
     --dstLeft;
     if (wide) {
