@@ -23,7 +23,8 @@ VDateTime::~VDateTime() = default;
 
 void VDateTime::Compute() {
   const long long days = FloorDiv(time_, kMicrosecondsPerDay);
-  long long rest = time_ - days * kMicrosecondsPerDay;  // 0 .. one day - 1
+  long long rest = time_ % kMicrosecondsPerDay;  // 0 .. one day - 1, without overflowing
+  if (rest < 0) rest += kMicrosecondsPerDay;
   hour_ = static_cast<int32_t>(rest / 3600000000LL);
   rest %= 3600000000LL;
   minute_ = static_cast<int32_t>(rest / 60000000LL);
