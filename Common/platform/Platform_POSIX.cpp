@@ -1,12 +1,23 @@
 #include "platform/Platform.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <iconv.h>
 #include <langinfo.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <set>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace vantu::platform {
@@ -144,6 +155,214 @@ void Utf16ToCodePage(const std::string& in, std::string& out) {
     }
     return size_t{2};
   });
+}
+
+}  // namespace vantu::platform
+
+// ---------------------------------------------------------------------------------------------
+// Files
+
+namespace vantu::platform {
+namespace {
+
+// Closes a descriptor when it leaves scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+using Identity = std::pair<unsigned long long, unsigned long long>;
+
+// The files that some process this one may inspect holds open for writing, read from
+// /proc/<pid>/fd and /proc/<pid>/fdinfo the way lsof does. Reading them costs a few
+// microseconds per open descriptor on the machine, so one snapshot serves every question asked
+// within 100 ms.
+class WriterSnapshot {
+ public:
+  bool HasWriter(const Identity& file) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto now = std::chrono::steady_clock::now();
+    if (!valid_ || now - taken_ > std::chrono::milliseconds(100)) {
+      Take();
+      taken_ = now;
+      valid_ = true;
+    }
+    return writers_.count(file) != 0;
+  }
+
+ private:
+  void Take() {
+    writers_.clear();
+    DIR* proc = ::opendir("/proc");
+    if (proc == nullptr) return;
+    while (const dirent* process = ::readdir(proc)) {
+      const char* pid = process->d_name;
+      if (*pid < '0' || *pid > '9') continue;
+      const std::string fdDir = std::string("/proc/") + pid + "/fd";
+      DIR* fds = ::opendir(fdDir.c_str());
+      if (fds == nullptr) continue;
+      while (const dirent* fd = ::readdir(fds)) {
+        if (fd->d_name[0] < '0' || fd->d_name[0] > '9') continue;
+        struct stat target;
+        if (::stat((fdDir + "/" + fd->d_name).c_str(), &target) != 0) continue;
+        if (!S_ISREG(target.st_mode)) continue;
+        if (OpenForWriting(std::string("/proc/") + pid + "/fdinfo/" + fd->d_name)) {
+          writers_.insert({target.st_dev, target.st_ino});
+        }
+      }
+      ::closedir(fds);
+    }
+    ::closedir(proc);
+  }
+
+  // The "flags:" line of an fdinfo file, in octal, masked with O_ACCMODE.
+  static bool OpenForWriting(const std::string& fdinfo) {
+    const Descriptor fd(::open(fdinfo.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) return false;
+    char buffer[256];
+    const ssize_t n = ::read(fd.get(), buffer, sizeof(buffer) - 1);
+    if (n <= 0) return false;
+    buffer[n] = '\0';
+    const char* flags = std::strstr(buffer, "flags:");
+    if (flags == nullptr) return false;
+    const long mode = std::strtol(flags + 6, nullptr, 8) & O_ACCMODE;
+    return mode == O_WRONLY || mode == O_RDWR;
+  }
+
+  std::mutex mutex_;
+  bool valid_ = false;
+  std::chrono::steady_clock::time_point taken_;
+  std::set<Identity> writers_;
+};
+
+WriterSnapshot& Writers() {
+  static WriterSnapshot snapshot;
+  return snapshot;
+}
+
+// Whether a lease of the given type can be taken on the descriptor: 1 yes, 0 someone has the
+// file (EAGAIN), -1 leases cannot say (errno tells why).
+int TryLease(int fd, int type) {
+  // While a lease is held, another process's open makes the kernel signal the holder, by default
+  // with SIGIO, which ends a process. SIGURG is ignored by default, and clearing the owner right
+  // after taking the lease means no process is signalled at all.
+  ::fcntl(fd, F_SETSIG, SIGURG);
+  if (::fcntl(fd, F_SETLEASE, type) != 0) return errno == EAGAIN ? 0 : -1;
+  ::fcntl(fd, F_SETOWN, 0);
+  ::fcntl(fd, F_SETLEASE, F_UNLCK);
+  return 1;
+}
+
+}  // namespace
+
+FileKind GetFileKind(const std::string& path) {
+  struct stat info;
+  if (::lstat(path.c_str(), &info) != 0) return FileKind::kMissing;
+  if (S_ISLNK(info.st_mode)) {
+    return ::stat(path.c_str(), &info) == 0 ? FileKind::kLinkToExisting : FileKind::kOther;
+  }
+  if (S_ISREG(info.st_mode)) return FileKind::kFile;
+  if (S_ISDIR(info.st_mode)) return FileKind::kDirectory;
+  return FileKind::kOther;
+}
+
+std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
+  DIR* dir = ::opendir(path.c_str());
+  if (dir == nullptr) throw std::system_error(errno, std::generic_category(), path);
+  std::vector<DirectoryEntry> entries;
+  const std::string prefix = path.empty() || path.back() == '/' ? path : path + "/";
+  for (;;) {
+    errno = 0;
+    const dirent* entry = ::readdir(dir);
+    if (entry == nullptr) break;
+    const char* name = entry->d_name;
+    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
+    FileKind kind;
+    switch (entry->d_type) {
+      case DT_REG:
+        kind = FileKind::kFile;
+        break;
+      case DT_DIR:
+        kind = FileKind::kDirectory;
+        break;
+      case DT_LNK:
+      case DT_UNKNOWN:
+        kind = GetFileKind(prefix + name);
+        break;
+      default:
+        kind = FileKind::kOther;
+        break;
+    }
+    entries.push_back({name, kind});
+  }
+  const int error = errno;
+  ::closedir(dir);
+  if (error != 0) throw std::system_error(error, std::generic_category(), path);
+  return entries;
+}
+
+bool GetFileIdentity(const std::string& path, FileIdentity& identity) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0) return false;
+  identity.device = info.st_dev;
+  identity.inode = info.st_ino;
+  return true;
+}
+
+bool IsSymbolicLinkToExisting(const std::string& path) {
+  return GetFileKind(path) == FileKind::kLinkToExisting;
+}
+
+bool ResolveSymbolicLink(const std::string& path, std::string& target) {
+  if (!IsSymbolicLinkToExisting(path)) return false;
+  char* resolved = ::realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) return false;
+  target = resolved;
+  std::free(resolved);
+  return true;
+}
+
+bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite) {
+  if (path.empty()) return false;
+  const int access = forWrite ? O_RDWR : O_RDONLY;
+  const Descriptor fd(::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC));
+  if (fd.get() < 0) return false;
+  struct stat info;
+  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
+  const int lease = TryLease(fd.get(), forWrite ? F_WRLCK : F_RDLCK);
+  if (lease == 0) return false;
+  // Another user's file without CAP_LEASE: look for writers in /proc instead. Without lease
+  // support (EINVAL, as on NFS) no local test can see a remote writer.
+  if (lease < 0 && errno == EACCES && Writers().HasWriter({info.st_dev, info.st_ino})) {
+    return false;
+  }
+  // The size as it is now, after the writer test.
+  if (::fstat(fd.get(), &info) != 0) return false;
+  return !requireNonEmpty || info.st_size != 0;
+}
+
+std::FILE* OpenForReading(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  std::FILE* stream = ::fdopen(fd, "rb");
+  if (stream == nullptr) ::close(fd);
+  return stream;
+}
+
+std::string ExecutablePath() {
+  char buffer[PATH_MAX];
+  const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer));
+  if (n <= 0 || static_cast<size_t>(n) >= sizeof(buffer)) return std::string();
+  return std::string(buffer, static_cast<size_t>(n));
 }
 
 }  // namespace vantu::platform
