@@ -20,7 +20,9 @@
 
 namespace {
 
-constexpr size_t kReadChunk = 0x1000000;  // 16 MiB
+// Chunks of 1 MiB: read() copies each into a buffer the checksum then finds in the cache; larger
+// chunks leave the cache and cost as much again.
+constexpr size_t kReadChunk = 1024 * 1024;
 
 // The unique name: prefix, then the UUID time of now in decimal.
 std::string UniqueName(const std::string& prefix) {
