@@ -254,11 +254,18 @@ bool VString::ConvertTo(StringEncoding target) {
   if (encoding_ == UTF8) Normalize(NFC);
   if (encoding_ == target) return true;
   std::string converted;
-  vantu::internal::ConvertText(encoding_, target, text_, converted);
+  bool knownNfc = false;
+  vantu::internal::ConvertText(encoding_, target, text_, converted, &knownNfc);
   text_.swap(converted);
   encoding_ = target;
   TextReplaced();
-  if (encoding_ == UTF8) Normalize(NFC);
+  if (encoding_ == UTF8) {
+    if (knownNfc) {
+      normalization_ = NFC;  // the conversion proved that normalising would change nothing
+    } else {
+      Normalize(NFC);
+    }
+  }
   return true;
 }
 

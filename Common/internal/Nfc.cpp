@@ -6,8 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "internal/NfcTable.h"
-
 namespace vantu::internal {
 namespace {
 
@@ -31,7 +29,7 @@ Check QuickCheckNfc(const std::string& text, size_t& length) {
   const auto* b = reinterpret_cast<const unsigned char*>(text.data());
   const size_t n = text.size();
   size_t i = 0;
-  uint8_t lastClass = 0;
+  NfcInertness nfc;
   while (i < n) {
     // Runs of ASCII, eight bytes at a time.
     while (i + 8 <= n) {
@@ -39,14 +37,14 @@ Check QuickCheckNfc(const std::string& text, size_t& length) {
       std::memcpy(&word, b + i, 8);
       if (NotPlainAscii(word)) break;
       i += 8;
-      lastClass = 0;
+      nfc.Starter();
     }
     if (i >= n) break;
     const unsigned char lead = b[i];
     if (lead < 0x80) {
       if (lead == 0) break;
       ++i;
-      lastClass = 0;
+      nfc.Starter();
       continue;
     }
     uint32_t cp;
@@ -77,14 +75,8 @@ Check QuickCheckNfc(const std::string& text, size_t& length) {
       return Check::kMayChange;  // invalid: utf8proc decides (and refuses)
     }
     i += size;
-    if (cp < 0x300) {  // below the first combining mark, everything is a stable starter
-      lastClass = 0;
-      continue;
-    }
-    const uint8_t property = NfcProperty(cp);
-    if (property == kNfcNotYes) return Check::kMayChange;
-    if (property != 0 && lastClass > property) return Check::kMayChange;
-    lastClass = property;
+    nfc.Add(cp);
+    if (!nfc.inert()) return Check::kMayChange;
   }
   length = i;
   return Check::kUnchanged;

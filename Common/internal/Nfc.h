@@ -2,9 +2,35 @@
 #ifndef VANTU_INTERNAL_NFC_H
 #define VANTU_INTERNAL_NFC_H
 
+#include <cstdint>
 #include <string>
 
+#include "internal/NfcTable.h"
+
 namespace vantu::internal {
+
+// Follows a text's code points and tells whether NFC provably leaves them unchanged: every code
+// point's NFC quick check property is Yes and the canonical combining classes of non-starters
+// never descend. (A No or Maybe property, or a misordered mark, may change; utf8proc decides.)
+class NfcInertness {
+ public:
+  // An ASCII character: a starter that nothing before it can combine with.
+  void Starter() { lastClass_ = 0; }
+  void Add(uint32_t cp) {
+    if (cp < 0x300) {  // below the first combining mark, everything is a stable starter
+      lastClass_ = 0;
+      return;
+    }
+    const uint8_t property = NfcProperty(cp);
+    if (property == kNfcNotYes || (property != 0 && lastClass_ > property)) inert_ = false;
+    lastClass_ = property;
+  }
+  bool inert() const { return inert_; }
+
+ private:
+  uint8_t lastClass_ = 0;
+  bool inert_ = true;
+};
 
 // Brings UTF-8 text into the normalisation form `form` (0 NFD, 1 NFKD, 2 NFC, 3 NFKC) exactly as
 // utf8proc does with the stable option, reading the text up to its first NUL byte. Returns false

@@ -14,6 +14,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "internal/Nfc.h"
 #include "platform/Platform.h"
 
 namespace vantu::internal {
@@ -288,6 +289,22 @@ struct Utf16Target {
   }
 };
 
+// UTF-8 that also tells whether NFC would leave it unchanged, so that converting into UTF8 need
+// not read the result a second time to keep it in NFC.
+struct Utf8NfcTarget {
+  static constexpr int kWidth = 1;
+  VANTU_INLINE void Put(uint32_t cp, Byte*& d) {
+    nfc.Add(cp);
+    Utf8Target::Put(cp, d);
+  }
+  NfcInertness nfc;
+};
+
+// Told after a run of ASCII characters was copied.
+template <typename Target>
+VANTU_INLINE void AfterAscii(Target&) {}
+VANTU_INLINE void AfterAscii(Utf8NfcTarget& target) { target.nfc.Starter(); }
+
 // ASCII runs, 16 source bytes at a time. Every source reads ASCII characters as themselves
 // and every target writes them as themselves, one byte (narrow) or one little-endian unit
 // (UTF-16) each. A block call converts all 16 source bytes as if they were ASCII (up to 32
@@ -358,7 +375,7 @@ VANTU_INLINE bool StartsAscii(const Byte* p, const Byte* end) {
 // Converts all of `in`; false (out unspecified) when the input is not plainly valid.
 // Output bytes per input byte are at most numerator / denominator.
 template <typename Source, typename Target, size_t Numerator, size_t Denominator>
-VANTU_NOINLINE bool Convert(const std::string& in, std::string& out) {
+VANTU_NOINLINE bool Convert(const std::string& in, std::string& out, Target& target) {
   const auto* p = reinterpret_cast<const Byte*>(in.data());
   const Byte* const end = p + in.size();
   out.resize(in.size() / Denominator * Numerator + Numerator + kBlockSlack);
@@ -369,17 +386,24 @@ VANTU_NOINLINE bool Convert(const std::string& in, std::string& out) {
       const size_t ascii = AsciiBlock<Source::kWidth, Target::kWidth>(p, d);
       p += ascii;
       d += ascii / Source::kWidth * Target::kWidth;
+      if (ascii > 0) AfterAscii(target);
       if (ascii == kBlock) continue;
     }
     // Characters one by one until the next ASCII one, which starts a new block.
     do {
       uint32_t cp;
       if (!Source::Next(p, end, cp)) return false;
-      Target::Put(cp, d);
+      target.Put(cp, d);
     } while (p < end && !StartsAscii<Source::kWidth>(p, end));
   }
   out.resize(static_cast<size_t>(d - begin));
   return true;
+}
+
+template <typename Source, typename Target, size_t Numerator, size_t Denominator>
+bool Convert(const std::string& in, std::string& out) {
+  Target target;
+  return Convert<Source, Target, Numerator, Denominator>(in, out, target);
 }
 
 // Whether `in` is well-formed UTF-8 (POCO's reading of valid UTF-8).
@@ -475,9 +499,23 @@ bool ConvertFast(StringEncoding from, StringEncoding to, const std::string& in, 
   }
 }
 
-// Between the five named encodings, from != to.
-void ConvertNamed(StringEncoding from, StringEncoding to, const std::string& in, std::string& out) {
-  if (!ConvertFast(from, to, in, out)) ConvertTextWithPoco(from, to, in, out);
+// Between the five named encodings, from != to. `nfc` (may be null) is set when UTF8 output is
+// known to be in NFC: the single-byte encodings hold no character that NFC changes, and UTF-16
+// is watched while it is converted.
+void ConvertNamed(StringEncoding from, StringEncoding to, const std::string& in, std::string& out,
+                  bool* nfc = nullptr) {
+  if (nfc != nullptr) *nfc = false;
+  if (nfc != nullptr && from == UTF16 && to == UTF8) {
+    Utf8NfcTarget target;
+    if (Convert<Utf16Source, Utf8NfcTarget, 3, 2>(in, out, target)) {
+      *nfc = target.nfc.inert();
+      return;
+    }
+  } else if (ConvertFast(from, to, in, out)) {
+    if (nfc != nullptr) *nfc = to == UTF8 && from != UTF16;
+    return;
+  }
+  ConvertTextWithPoco(from, to, in, out);
 }
 
 // From the thread's code page. Valid UTF-8 in a UTF-8 code page reads as the same characters
@@ -536,10 +574,12 @@ void ConvertTextWithPoco(StringEncoding from, StringEncoding to, const std::stri
   converter.convert(in, out);
 }
 
-void ConvertText(StringEncoding from, StringEncoding to, const std::string& in, std::string& out) {
+void ConvertText(StringEncoding from, StringEncoding to, const std::string& in, std::string& out,
+                 bool* outputIsNfc) {
+  if (outputIsNfc != nullptr) *outputIsNfc = false;
   if (&in == &out) {
     const std::string copy(in);
-    ConvertText(from, to, copy, out);
+    ConvertText(from, to, copy, out, outputIsNfc);
     return;
   }
   if (from == to) {
@@ -549,7 +589,9 @@ void ConvertText(StringEncoding from, StringEncoding to, const std::string& in, 
   } else if (to == SystemCodePage) {
     ConvertToCodePage(from, in, out);
   } else {
-    ConvertNamed(from, to, in, out);
+    ConvertNamed(from, to, in, out, outputIsNfc);
+    // utf8proc reads up to the first NUL: with one in the text, normalising would cut it.
+    if (outputIsNfc != nullptr && *outputIsNfc) *outputIsNfc = out.find('\0') == std::string::npos;
   }
 }
 

@@ -20,6 +20,7 @@
 
 #include <vantu/VString.h>
 
+#include "internal/Nfc.h"
 #include "internal/TextConversion.h"
 
 namespace {
@@ -493,6 +494,35 @@ TEST(TextConversionTest, OutputMayBeTheInput) {
   EXPECT_EQ(Hex(text), "47 72 FC DF 65");
   ConvertText(Latin1, UTF16, text, text);
   EXPECT_EQ(Hex(text), "47 00 72 00 FC 00 DF 00 65 00");
+}
+
+}  // namespace
+
+namespace {
+
+// Converting into UTF8 skips the NFC pass only when the conversion proved it would change
+// nothing: the result must equal POCO's conversion followed by utf8proc's NFC.
+TEST(TextConversionNfcTest, ConvertToUtf8EqualsConversionThenNfc) {
+  const std::vector<uint32_t> units = {'a',    0x00E9, 0x0065, 0x0301, 0x0316, 0x0300,
+                                       0x1100, 0x1161, 0xAC00, 0x4E00, 0x0000, 0x0344,
+                                       0x212B, 0xD83D, 0xDE00, 0x0958, 0x05B7, 0x05BC};
+  std::mt19937 random(99);
+  for (int i = 0; i < 20000; ++i) {
+    std::string utf16;
+    for (int k = static_cast<int>(random() % 10); k > 0; --k) {
+      const uint32_t unit = units[random() % units.size()];
+      utf16.push_back(static_cast<char>(unit & 0xFF));
+      utf16.push_back(static_cast<char>(unit >> 8));
+    }
+    VString text(UTF16);
+    text.SetRaw(utf16.data(), utf16.size(), UTF16);
+    ASSERT_TRUE(text.ConvertTo(UTF8));
+    std::string expected;
+    vantu::internal::ConvertTextWithPoco(UTF16, UTF8, utf16, expected);
+    vantu::internal::NormalizeUtf8WithUtf8proc(expected, NFC);
+    ASSERT_EQ(text.GetString(), expected);
+    EXPECT_EQ(text.GetNormalization(), NFC);
+  }
 }
 
 }  // namespace
