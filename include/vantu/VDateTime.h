@@ -53,8 +53,8 @@ class VANTU_API VDateTime : public VBaseObject {
  private:
   void Compute();
 
-  uint64_t reserved_ = 0;  // unread
-  long long time_ = 0;     // epoch microseconds
+  [[maybe_unused]] uint64_t reserved_ = 0;  // unread
+  long long time_ = 0;                      // epoch microseconds
   int32_t year_ = 1970;
   int32_t month_ = 1;
   int32_t day_ = 1;

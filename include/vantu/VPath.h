@@ -47,8 +47,11 @@ class VANTU_API VPath : public VString {
   // The directory that holds the path's last name, ending in a separator.
   VPath Parent() const;
   // Appends `other` as relative components. The result takes the higher of the two encodings'
-  // StringEncoding values.
+  // StringEncoding values. Hiding VString's Append overloads is intended (see above).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
   void Append(const VPath& other);
+#pragma GCC diagnostic pop
   // Rewrites the text in the given Poco::Path style: 0 Unix, 1 Windows, 2 VMS, 3 native, 4 guess.
   void ConvertToStyle(int style);
   // Makes the last name a directory: the text ends in a separator.
