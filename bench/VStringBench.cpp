@@ -25,30 +25,12 @@
 #include <vantu/VString.h>
 
 #include "internal/TextConversion.h"
+#include "support/Text.h"
 
 namespace {
 
 constexpr StringEncoding kAll[] = {SystemCodePage, ASCII, Latin1, Latin9, UTF8, UTF16};
 
-const char* Name(StringEncoding encoding) {
-  switch (encoding) {
-    case SystemCodePage:
-      return "SystemCodePage";
-    case ASCII:
-      return "ASCII";
-    case Latin1:
-      return "Latin1";
-    case Latin9:
-      return "Latin9";
-    case UTF8:
-      return "UTF8";
-    case UTF16:
-      return "UTF16";
-  }
-  return "?";
-}
-
-// iconv's name for each encoding; SystemCodePage is the C locale's UTF-8.
 const char* IconvName(StringEncoding encoding) {
   switch (encoding) {
     case ASCII:
@@ -264,7 +246,8 @@ void BM_Memcpy(benchmark::State& state) {
 }
 
 std::string PairName(const char* kind, StringEncoding from, StringEncoding to) {
-  return std::string(kind) + "/" + Name(from) + "->" + Name(to);
+  return std::string(kind) + "/" + vantu::test::EncodingName(from) + "->" +
+         vantu::test::EncodingName(to);
 }
 
 }  // namespace

@@ -21,6 +21,8 @@
 
 #include "internal/TextConversion.h"
 #include "platform/Platform.h"
+#include "support/Bytes.h"
+#include "support/Text.h"
 
 #ifndef VANTU_TEST_LOCALE_DIR
 #define VANTU_TEST_LOCALE_DIR ""
@@ -30,41 +32,13 @@ namespace {
 
 using vantu::internal::ConvertText;
 using vantu::internal::ConvertTextWithPoco;
+using vantu::test::AppendUtf16;
+using vantu::test::Bytes;
+using vantu::test::Hex;
 
 constexpr StringEncoding kNamed[] = {ASCII, Latin1, Latin9, UTF8, UTF16};
 constexpr const char* kLatin1Locale = "de_DE.ISO-8859-1";
 
-std::string Hex(const std::string& bytes) {
-  std::string text;
-  char buffer[4];
-  for (unsigned char c : bytes) {
-    std::snprintf(buffer, sizeof buffer, "%02X ", c);
-    text += buffer;
-  }
-  if (!text.empty()) text.pop_back();
-  return text;
-}
-
-std::string Bytes(std::initializer_list<int> values) {
-  std::string bytes;
-  for (int v : values) bytes.push_back(static_cast<char>(v));
-  return bytes;
-}
-
-void AppendUtf16(uint32_t cp, std::string& out) {
-  auto unit = [&out](uint32_t u) {
-    out.push_back(static_cast<char>(u & 0xFF));
-    out.push_back(static_cast<char>(u >> 8));
-  };
-  if (cp < 0x10000) {
-    unit(cp);
-  } else {
-    unit(0xD800 + ((cp - 0x10000) >> 10));
-    unit(0xDC00 + (cp & 0x3FF));
-  }
-}
-
-// Opens a locale for LC_CTYPE, the Latin-1 one from the build tree; null when unavailable.
 locale_t OpenLocale(const char* name) {
   const bool fromBuildTree = std::string(name) == kLatin1Locale;
   if (fromBuildTree) {

@@ -22,80 +22,21 @@
 
 #include "internal/Nfc.h"
 #include "internal/TextConversion.h"
+#include "support/Bytes.h"
+#include "support/Text.h"
 
 namespace {
 
 using vantu::internal::ConvertText;
 using vantu::internal::ConvertTextWithPoco;
+using vantu::test::AppendUnit;
+using vantu::test::AppendUtf16;
+using vantu::test::AppendUtf8;
+using vantu::test::Bytes;
+using vantu::test::EncodingName;
+using vantu::test::Hex;
 
 constexpr StringEncoding kNamed[] = {ASCII, Latin1, Latin9, UTF8, UTF16};
-
-const char* Name(StringEncoding encoding) {
-  switch (encoding) {
-    case SystemCodePage:
-      return "SystemCodePage";
-    case ASCII:
-      return "ASCII";
-    case Latin1:
-      return "Latin1";
-    case Latin9:
-      return "Latin9";
-    case UTF8:
-      return "UTF8";
-    case UTF16:
-      return "UTF16";
-  }
-  return "?";
-}
-
-std::string Hex(const std::string& bytes) {
-  std::string text;
-  char buffer[4];
-  for (unsigned char c : bytes) {
-    std::snprintf(buffer, sizeof buffer, "%02X ", c);
-    text += buffer;
-  }
-  if (!text.empty()) text.pop_back();
-  return text;
-}
-
-std::string Bytes(std::initializer_list<int> values) {
-  std::string bytes;
-  for (int v : values) bytes.push_back(static_cast<char>(v));
-  return bytes;
-}
-
-void AppendUtf8(uint32_t cp, std::string& out) {
-  if (cp < 0x80) {
-    out.push_back(static_cast<char>(cp));
-  } else if (cp < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | cp >> 6));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else if (cp < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | cp >> 12));
-    out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | cp >> 18));
-    out.push_back(static_cast<char>(0x80 | (cp >> 12 & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp >> 6 & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-  }
-}
-
-void AppendUnit(uint32_t unit, std::string& out) {
-  out.push_back(static_cast<char>(unit & 0xFF));
-  out.push_back(static_cast<char>(unit >> 8));
-}
-
-void AppendUtf16(uint32_t cp, std::string& out) {
-  if (cp < 0x10000) {
-    AppendUnit(cp, out);
-  } else {
-    AppendUnit(0xD800 + ((cp - 0x10000) >> 10), out);
-    AppendUnit(0xDC00 + (cp & 0x3FF), out);
-  }
-}
 
 // Expects the fast conversion from `from` into every other named encoding to give POCO's
 // bytes for `input`.
@@ -106,8 +47,8 @@ void ExpectSameAsPoco(StringEncoding from, const std::string& input, const std::
     std::string reference;
     ConvertText(from, to, input, fast);
     ConvertTextWithPoco(from, to, input, reference);
-    ASSERT_EQ(Hex(fast), Hex(reference))
-        << label << ": " << Name(from) << " -> " << Name(to) << ", input " << Hex(input);
+    ASSERT_EQ(Hex(fast), Hex(reference)) << label << ": " << EncodingName(from) << " -> "
+                                         << EncodingName(to) << ", input " << Hex(input);
   }
 }
 
@@ -250,7 +191,7 @@ TEST(TextConversionTest, InvalidInputReadsAsPocoReadsIt) {
     std::string out;
     ConvertText(c.from, c.to, c.input, out);
     EXPECT_EQ(Hex(out), c.expected)
-        << Name(c.from) << " -> " << Name(c.to) << " of " << Hex(c.input);
+        << EncodingName(c.from) << " -> " << EncodingName(c.to) << " of " << Hex(c.input);
     std::string reference;
     ConvertTextWithPoco(c.from, c.to, c.input, reference);
     EXPECT_EQ(Hex(reference), c.expected) << "POCO's reading changed";
@@ -484,7 +425,7 @@ TEST(TextConversionTest, SameEncodingIsACopy) {
   for (StringEncoding encoding : kNamed) {
     std::string out;
     ConvertText(encoding, encoding, invalid, out);
-    EXPECT_EQ(out, invalid) << Name(encoding);
+    EXPECT_EQ(out, invalid) << EncodingName(encoding);
   }
 }
 
