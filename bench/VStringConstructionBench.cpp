@@ -67,7 +67,7 @@ void BM_PlainCopy(benchmark::State& state) {
   state.SetLabel(kNames[state.range(0)]);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
-BENCHMARK(BM_PlainCopy)->Arg(0)->Arg(5);
+BENCHMARK(BM_PlainCopy)->DenseRange(0, 5);
 
 }  // namespace
 

@@ -133,8 +133,10 @@ bool NormalizeUtf8(std::string& text, int form) {
   if (form < 0 || form > 3) return false;
   size_t length = 0;
   // utf8proc reads up to the first NUL byte: text it would give back unchanged is that part.
-  if (AsciiPrefix(text, length) ||
-      (form == kNfc && QuickCheckNfc(text, length) == Check::kUnchanged)) {
+  // The NFC check covers ASCII runs itself, so NFC text is read once.
+  const bool unchanged =
+      form == kNfc ? QuickCheckNfc(text, length) == Check::kUnchanged : AsciiPrefix(text, length);
+  if (unchanged) {
     text.resize(length);
     return true;
   }
