@@ -1,5 +1,5 @@
 // Uses the installed library through its public headers only; exits non-zero on a fault.
-#include <vantu/Vantu.h>
+#include <vantu/vantu.hpp>
 #include <cstdio>
 
 int main() {

@@ -1,6 +1,6 @@
-// Includes every public header of libvantu.
-#ifndef VANTU_VANTU_H
-#define VANTU_VANTU_H
+// Includes every public header of libvantu: each exported class and the flat C functions.
+#ifndef VANTU_VANTU_HPP
+#define VANTU_VANTU_HPP
 
 #include <vantu/Export.h>
 #include <vantu/VBaseObject.h>
@@ -12,9 +12,15 @@
 #include <vantu/VException.h>
 #include <vantu/VFile.h>
 #include <vantu/VFileStream.h>
+#include <vantu/VHFItem.h>
+#include <vantu/VHotfolder.h>
+#include <vantu/VLog.h>
+#include <vantu/VLogMessage.h>
 #include <vantu/VPath.h>
+#include <vantu/VPocoTimer.h>
 #include <vantu/VString.h>
+#include <vantu/VTimer.h>
 #include <vantu/VTimestamp.h>
 #include <vantu/vantu.h>
 
-#endif  // VANTU_VANTU_H
+#endif  // VANTU_VANTU_HPP
