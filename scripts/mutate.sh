@@ -1,0 +1,83 @@
+#!/usr/bin/env bash
+# A developer tool, not part of CI: proves that the tests catch real faults. It applies each
+# deliberate fault below to the source, one at a time, rebuilds the test program of
+# that subsystem, runs it, and restores the source. Every fault must make at least one test fail.
+#   scripts/mutate.sh            # all faults
+#   scripts/mutate.sh nfc log    # only the faults whose name contains one of these words
+# Exits non-zero when a fault was not caught or could not be applied.
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+build="${VANTU_MUTATE_BUILD:-$root/build-mutate}"
+cd "$root"
+
+# Each fault: a name, the file, the test program that must catch it, and a perl substitution
+# (applied with perl -0pi).
+names=() files=() programs=() expressions=()
+fault() { names+=("$1"); files+=("$2"); programs+=("$3"); expressions+=("$4"); }
+fault utf8-encoder Common/internal/TextConversion.cpp vantu_core_tests \
+  's/d\[1\] = static_cast<Byte>\(0x80 \| \(cp >> 6 & 0x3F\)\);/d[1] = static_cast<Byte>(0x80 | (cp >> 5 & 0x3F));/'
+fault nfc-mark-order Common/internal/Nfc.h vantu_core_tests \
+  's/\(property != 0 && lastClass_ > property\)/(property != 0 \&\& lastClass_ > property \&\& false)/'
+fault pair-sign Common/core/VStringNumbers.cpp vantu_core_tests \
+  's/SetPair\(static_cast<int16_t>\(bits >> 16\)/SetPair(static_cast<uint16_t>(bits >> 16)/'
+fault compare-nocase Common/core/VString.cpp vantu_core_tests \
+  's/cb = static_cast<unsigned char>\(AsciiLower\(static_cast<char>\(cb\)\)\);//'
+fault leap-year Common/time/VDateTime.cpp vantu_time_tests \
+  's/\(year % 100 != 0 \|\| year % 400 == 0\)/(year % 100 != 0)/'
+fault lease-ignored Common/platform/Platform_POSIX.cpp vantu_files_tests \
+  's/if \(lease == 0\) return false;//'
+fault log-weekday Common/internal/LogLineFormatter.cpp vantu_log_tests \
+  's/\(\(days % 7\) \+ 11\) % 7/((days % 7) + 12) % 7/'
+fault size-stability Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/size2 > pending.size1 \|\| size2 == 0/size2 == 0/'
+fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/list_.remove_if/(void)found; if (false) list_.remove_if/'
+
+filters=("$@")
+selected() {
+  ((${#filters[@]} == 0)) && return 0
+  local f
+  for f in "${filters[@]}"; do [[ "$1" == *"$f"* ]] && return 0; done
+  return 1
+}
+
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTU_BUILD_BENCHMARKS=OFF \
+  -DVANTU_BUILD_EXAMPLES=OFF >/dev/null
+backup=""
+file=""
+restore() { if [ -n "$backup" ]; then cp "$backup" "$file"; rm -f "$backup"; backup=""; fi; }
+trap restore EXIT INT TERM
+
+failures=0
+printf '%-20s %-8s %s\n' fault result "first failing tests"
+for i in "${!names[@]}"; do
+  name="${names[$i]}" file="${files[$i]}" program="${programs[$i]}" expression="${expressions[$i]}"
+  selected "$name" || continue
+  backup="$(mktemp)"
+  cp "$file" "$backup"
+  perl -0pi -e "$expression" "$file"
+  if cmp -s "$file" "$backup"; then
+    printf '%-20s %-8s %s\n' "$name" "NOT-APPLIED" "$file"
+    failures=$((failures + 1))
+    restore
+    continue
+  fi
+  if ! cmake --build "$build" -j "$(nproc)" --target "$program" >/dev/null 2>&1; then
+    printf '%-20s %-8s %s\n' "$name" caught "(does not compile)"
+    restore
+    continue
+  fi
+  log="$(mktemp)"
+  if (cd "$build/tests" && timeout 300 "./$program" --gtest_brief=1 >"$log" 2>&1); then
+    printf '%-20s %-8s\n' "$name" MISSED
+    failures=$((failures + 1))
+  else
+    failed="$(grep -oE '^\[  FAILED  \] [A-Za-z0-9_./]+' "$log" | awk '{print $4}' | sort -u | head -3 | paste -sd' ')"
+    printf '%-20s %-8s %s\n' "$name" caught "${failed:-(crashed or timed out)}"
+  fi
+  rm -f "$log"
+  restore
+done
+cmake --build "$build" -j "$(nproc)" >/dev/null 2>&1 || true
+exit $((failures > 0))
