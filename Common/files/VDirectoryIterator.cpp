@@ -1,6 +1,8 @@
 #include <vantu/VDirectoryIterator.h>
 
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "internal/PathText.h"
@@ -8,16 +10,14 @@
 
 using vantu::internal::PathBytes;
 
-// One directory of the current descent chain, linked to its parent's.
-struct VDirectoryIterator::Chain {
-  vantu::platform::FileIdentity identity;
-  const Chain* parent;
+// The directories a walk has entered, by device and inode: each is entered once per walk, so
+// link cycles end and a directory reached through several links is walked once.
+struct VDirectoryIterator::Visited {
+  std::set<std::pair<unsigned long long, unsigned long long>> directories;
 
-  bool Contains(const vantu::platform::FileIdentity& id) const {
-    for (const Chain* c = this; c != nullptr; c = c->parent) {
-      if (c->identity == id) return true;
-    }
-    return false;
+  // True the first time a directory is seen.
+  bool Enter(const vantu::platform::FileIdentity& id) {
+    return directories.insert({id.device, id.inode}).second;
   }
 };
 
@@ -32,19 +32,19 @@ VDirectoryIterator::~VDirectoryIterator() = default;
 int VDirectoryIterator::Iterate(const VFile& directory, bool recursive, void* userData,
                                 unsigned int depth) {
   try {
+    Visited visited;
     vantu::platform::FileIdentity root;
-    if (!vantu::platform::GetFileIdentity(PathBytes(directory.GetPath()), root)) {
-      return Walk(directory, recursive, userData, depth, nullptr);
+    if (vantu::platform::GetFileIdentity(PathBytes(directory.GetPath()), root)) {
+      visited.Enter(root);
     }
-    const Chain chain{root, nullptr};
-    return Walk(directory, recursive, userData, depth, &chain);
+    return Walk(directory, recursive, userData, depth, visited);
   } catch (...) {
     return -1;
   }
 }
 
 int VDirectoryIterator::Walk(const VFile& directory, bool recursive, void* userData,
-                             unsigned int depth, const Chain* chain) {
+                             unsigned int depth, Visited& visited) {
   using vantu::platform::FileKind;
   const VPath path = directory.GetPath();
   if (path.Length() == 0) return 0;
@@ -69,10 +69,8 @@ int VDirectoryIterator::Walk(const VFile& directory, bool recursive, void* userD
       if (includeDirectories_ && callback_ != nullptr) result = callback_(entry, userData);
       if (recursive && depth > 0) {
         vantu::platform::FileIdentity id;
-        const bool known = vantu::platform::GetFileIdentity(PathBytes(entryPath), id);
-        if (!known || chain == nullptr || !chain->Contains(id)) {
-          const Chain link{id, chain};
-          result = Walk(entry, true, userData, depth - 1, known ? &link : chain);
+        if (!vantu::platform::GetFileIdentity(PathBytes(entryPath), id) || visited.Enter(id)) {
+          result = Walk(entry, true, userData, depth - 1, visited);
         }
       }
     }

@@ -2,6 +2,7 @@
 
 #include <Poco/File.h>
 
+#include <cerrno>
 #include <iterator>
 
 #include "internal/FileErrors.h"
@@ -72,7 +73,17 @@ void VFile::CreateDirectories() const {
 void VFile::Remove(bool recursive) const {
   if (path_.Length() == 0) return;
   try {
-    Poco::File(PathBytes(path_)).remove(recursive);
+    if (!recursive) {
+      Poco::File(PathBytes(path_)).remove(false);
+      return;
+    }
+    // A tree is removed without following links, also links swapped in during the removal.
+    std::string failedPath;
+    const int error = vantu::platform::RemoveTree(PathBytes(path_), failedPath);
+    if (error != 0) {
+      errno = error;
+      Poco::File::handleLastError(failedPath);  // throws the file system layer's exception
+    }
   } catch (...) {
     vantu::internal::RethrowAsVantuException();
   }

@@ -49,9 +49,10 @@ VPath& VPath::operator=(const VPath& other) {
 }
 VPath::~VPath() = default;
 
+// The folders from the environment are file-system bytes: kept as they are, in UTF8.
 VPath VPath::GetAppDataPath() {
   try {
-    VPath path(Poco::Path::dataHome());
+    VPath path = MakePath(Poco::Path::dataHome(), UTF8);
     path.MakeDirectory();
     return path;
   } catch (...) {
@@ -59,7 +60,7 @@ VPath VPath::GetAppDataPath() {
   }
 }
 
-VPath VPath::GetTempHome() { return VPath(Poco::Path::temp()); }
+VPath VPath::GetTempHome() { return MakePath(Poco::Path::temp(), UTF8); }
 
 VPath VPath::Absolute() const {
   return MakePath(Parse(*this).absolute().toString(kStyle), GetEncoding());

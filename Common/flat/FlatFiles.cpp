@@ -29,10 +29,12 @@ std::string UniqueName(const std::string& prefix) {
   return prefix + std::to_string(static_cast<unsigned long long>(VTimestamp().UtcTime()));
 }
 
-// The temporary folder with `name` appended, as UTF-8.
+// The temporary folder with `name` (UTF-8 bytes, kept as they are) appended, as UTF-8.
 std::string TempFilePath(const std::string& name) {
   VPath path = VPath::GetTempHome();
-  path.Append(VPath(VString(name, UTF8)));
+  VPath file;
+  vantu::internal::SetPathBytes(file, name, UTF8);
+  path.Append(file);
   return vantu::internal::PathBytes(path);
 }
 
@@ -69,9 +71,11 @@ void vantu_GetCRCEx(const char* data, unsigned int length, unsigned int* crc) {
 void vantu_GetFileInfo(const char* path, unsigned int* crc) {
   *crc = 0;
   try {
+    // The availability test and the reading share one descriptor.
     const VFile file(path);
-    if (!file.IsAvailable(false, false)) return;
-    std::FILE* stream = vantu::platform::OpenForReading(vantu::internal::PathBytes(file.GetPath()));
+    if (file.GetPath().Length() == 0) return;
+    std::FILE* stream =
+        vantu::platform::OpenAvailableForReading(vantu::internal::PathBytes(file.GetPath()));
     if (stream == nullptr) return;
     struct Closer {
       std::FILE* stream;

@@ -13,8 +13,11 @@ namespace vantu::internal {
 // not in NFC or not valid UTF-8 stay reachable. Other encodings are converted.
 std::string PathBytes(const VString& path);
 
-// Replaces `path`'s content by file-system bytes, stored in `encoding` (UTF8 text is kept in
-// NFC as every UTF8 VString is; system-code-page text on a UTF-8 system keeps the bytes).
+// Replaces `path`'s content by file-system bytes so that PathBytes gives them back exactly: in
+// `encoding` when that encoding holds them (UTF8 and the system code page on a UTF-8 system
+// take them as they are, not normalised; other encodings when the conversion goes there and
+// back unchanged), else as UTF8 bytes as they are. Names that are decomposed or not valid UTF-8
+// therefore stay reachable whatever the encoding of the path they were found through.
 void SetPathBytes(VString& path, const std::string& bytes, StringEncoding encoding);
 
 }  // namespace vantu::internal

@@ -55,8 +55,17 @@ bool ResolveSymbolicLink(const std::string& path, std::string& target);
 // Whether no one is still writing the file; see VFile::IsAvailable.
 bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite);
 
-// Opens a file for reading in binary mode, closed on exec; null on failure.
-std::FILE* OpenForReading(const std::string& path);
+// The file opened for reading in binary mode (closed on exec) when IsFileAvailable(path, false,
+// false) would say so, else null. The test and the reading use one descriptor, so whatever
+// replaces the file at that path afterwards (a FIFO that would block, another file) is not read.
+std::FILE* OpenAvailableForReading(const std::string& path);
+
+// Removes a file, a symbolic link (not what it points to) or a directory with everything in it.
+// Directories are entered through descriptors opened relative to their parent without
+// following links, so a sub-directory swapped for a link during the removal removes the link,
+// never what it points to. Returns 0, or the errno value of the first failure, with the path it
+// concerned in `failedPath`; what was removed before it stays removed.
+int RemoveTree(const std::string& path, std::string& failedPath);
 
 // The running executable's full path; empty when unknown.
 std::string ExecutablePath();

@@ -175,6 +175,12 @@ class Descriptor {
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
   int get() const { return fd_; }
+  // Hands the descriptor over: it is no longer closed here.
+  int release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
@@ -331,31 +337,123 @@ bool ResolveSymbolicLink(const std::string& path, std::string& target) {
   return true;
 }
 
-bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite) {
-  if (path.empty()) return false;
+namespace {
+
+// Opens the file and runs the availability test on that descriptor: the descriptor when the file
+// is available, else -1.
+int OpenIfAvailable(const std::string& path, bool requireNonEmpty, bool forWrite) {
+  if (path.empty()) return -1;
   const int access = forWrite ? O_RDWR : O_RDONLY;
-  const Descriptor fd(::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC));
-  if (fd.get() < 0) return false;
+  const int fd = ::open(path.c_str(), access | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return -1;
+  Descriptor guard(fd);
   struct stat info;
-  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return false;
-  const int lease = TryLease(fd.get(), forWrite ? F_WRLCK : F_RDLCK);
-  if (lease == 0) return false;
+  if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return -1;
+  const int lease = TryLease(fd, forWrite ? F_WRLCK : F_RDLCK);
+  if (lease == 0) return -1;
   // Another user's file without CAP_LEASE: look for writers in /proc instead. Without lease
   // support (EINVAL, as on NFS) no local test can see a remote writer.
-  if (lease < 0 && errno == EACCES && Writers().HasWriter({info.st_dev, info.st_ino})) {
-    return false;
-  }
+  if (lease < 0 && errno == EACCES && Writers().HasWriter({info.st_dev, info.st_ino})) return -1;
   // The size as it is now, after the writer test.
-  if (::fstat(fd.get(), &info) != 0) return false;
-  return !requireNonEmpty || info.st_size != 0;
+  if (::fstat(fd, &info) != 0) return -1;
+  if (requireNonEmpty && info.st_size == 0) return -1;
+  return guard.release();
 }
 
-std::FILE* OpenForReading(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+}  // namespace
+
+bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite) {
+  const Descriptor fd(OpenIfAvailable(path, requireNonEmpty, forWrite));
+  return fd.get() >= 0;
+}
+
+std::FILE* OpenAvailableForReading(const std::string& path) {
+  const int fd = OpenIfAvailable(path, false, false);
   if (fd < 0) return nullptr;
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   std::FILE* stream = ::fdopen(fd, "rb");
   if (stream == nullptr) ::close(fd);
   return stream;
+}
+
+int RemoveTree(const std::string& path, std::string& failedPath) {
+  constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  failedPath = path;
+  const int top = ::open(path.c_str(), kDirectoryFlags);
+  if (top < 0) {
+    // Not a directory (a file, or a link whatever it points to): removed as itself.
+    if (errno != ENOTDIR && errno != ELOOP) return errno;
+    return ::unlink(path.c_str()) == 0 ? 0 : errno;
+  }
+  // The directories being emptied, outermost first. Each is read through its own descriptor,
+  // so no path is resolved again once the walk has entered a directory.
+  struct Level {
+    DIR* dir;
+    std::string path;
+    std::string name;  // in its parent
+  };
+  std::vector<Level> levels;
+  int error = 0;
+  DIR* dir = ::fdopendir(top);
+  if (dir == nullptr) {
+    error = errno;
+    ::close(top);
+    return error;
+  }
+  levels.push_back({dir, path, std::string()});
+  while (!levels.empty() && error == 0) {
+    Level& level = levels.back();
+    errno = 0;
+    const dirent* entry = ::readdir(level.dir);
+    if (entry == nullptr) {
+      if (errno != 0) {
+        error = errno;
+        failedPath = level.path;
+        break;
+      }
+      // Emptied: remove it from its parent (the top one by its path).
+      const Level done = level;
+      levels.pop_back();
+      ::closedir(done.dir);
+      const int rc = levels.empty()
+                         ? ::rmdir(path.c_str())
+                         : ::unlinkat(::dirfd(levels.back().dir), done.name.c_str(), AT_REMOVEDIR);
+      if (rc != 0) {
+        error = errno;
+        failedPath = done.path;
+      }
+      continue;
+    }
+    const char* name = entry->d_name;
+    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
+    const std::string entryPath = level.path + "/" + name;
+    if (entry->d_type == DT_DIR || entry->d_type == DT_UNKNOWN) {
+      const int fd = ::openat(::dirfd(level.dir), name, kDirectoryFlags);
+      if (fd >= 0) {
+        DIR* sub = ::fdopendir(fd);
+        if (sub == nullptr) {
+          error = errno;
+          failedPath = entryPath;
+          ::close(fd);
+          break;
+        }
+        levels.push_back({sub, entryPath, name});
+        continue;
+      }
+      // Replaced by a file or a link since it was listed: removed as itself below.
+      if (errno != ENOTDIR && errno != ELOOP) {
+        error = errno;
+        failedPath = entryPath;
+        break;
+      }
+    }
+    if (::unlinkat(::dirfd(level.dir), name, 0) != 0) {
+      error = errno;
+      failedPath = entryPath;
+    }
+  }
+  for (const Level& level : levels) ::closedir(level.dir);
+  return error;
 }
 
 std::string ExecutablePath() {

@@ -4,9 +4,12 @@
 // the callback; directories too when `includeDirectories` is set, and with `recursive` the walk
 // descends into them (after their callback) while `depth` allows: depth counts the levels below
 // the starting directory that may still be entered, 0 meaning none. A symbolic link whose target
-// exists is followed one level and its resolved target stands for the entry. A directory already
-// on the current descent chain (same device and inode, as symbolic links can make cycles) is
-// handed to the callback but never entered again.
+// exists is followed one level and its resolved target stands for the entry: a link to a file
+// hands over that file, a link to a directory is entered wherever it leads, also outside the
+// starting directory, so walk only trees whose links you trust. Each directory (device and
+// inode) is entered at most once per walk: link cycles end, and a directory that several links
+// reach is walked once; such an entry is still handed to the callback when directories are
+// included. Entry paths carry the file system's bytes (see VPath).
 //
 // The walk stops at the first non-zero result of a callback or of a nested walk; on a directory
 // entry the nested walk's result replaces the callback's. Iterate returns the last result, 0 when
@@ -32,9 +35,9 @@ class VANTU_API VDirectoryIterator {
   int Iterate(const VFile& directory, bool recursive, void* userData, unsigned int depth);
 
  private:
-  struct Chain;
+  struct Visited;
   int Walk(const VFile& directory, bool recursive, void* userData, unsigned int depth,
-           const Chain* chain);
+           Visited& visited);
 
   bool includeDirectories_;
   Callback callback_;

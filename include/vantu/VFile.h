@@ -42,8 +42,11 @@ class VANTU_API VFile : public VBaseObject {
   bool CreateDirectory() const;
   // Creates the directory and its missing parents. Throws the library's file exceptions.
   void CreateDirectories() const;
-  // Removes the file, or the directory (with its content when `recursive`). Throws the
-  // library's file exceptions, VantuFileNotFoundException when nothing is there.
+  // Removes the file, or the directory (with its content when `recursive`). A symbolic link is
+  // removed itself, never what it points to; a recursive removal never follows a link, not even
+  // one swapped in for a sub-directory while the removal runs. Throws the library's file
+  // exceptions, VantuFileNotFoundException when nothing is there; on a failure half way, what
+  // was removed stays removed.
   void Remove(bool recursive) const;
   // Appends the names (UTF-8) of the directory's entries; on failure, what was listed.
   void List(std::vector<std::string>& names) const;

@@ -5,7 +5,10 @@
 // no device part on POSIX), do one thing and turn the result back into text in the path's own
 // encoding. The bytes that reach the file system are the path's UTF-8 bytes; text in UTF8, or
 // in the system code page on a UTF-8 system, is used byte for byte, so Linux names that are not
-// valid UTF-8 or not in NFC stay reachable.
+// valid UTF-8 or not in NFC stay reachable. Paths that come from the file system (the results
+// of the path operations, directory entries, ResolveShortcut, GetAppDataPath, GetTempHome) keep
+// its bytes exactly, without normalisation: in the path's encoding where that encoding holds
+// them, else as UTF8 text (a UTF16 path's entry whose name is not valid UTF-8, for instance).
 //
 // Append(const VPath&) hides VString's Append overloads on a VPath: path.Append("x") appends a
 // path component; the byte append stays reachable through a VString&.
@@ -37,9 +40,10 @@ class VANTU_API VPath : public VString {
   ~VPath() override;
 
   // The user's application-data folder ($XDG_DATA_HOME, else ~/.local/share/), ending in a
-  // separator; empty when it cannot be determined.
+  // separator; empty when it cannot be determined. UTF8, the environment's bytes as they are.
   static VPath GetAppDataPath();
-  // The temporary folder ($TMPDIR, else /tmp/), ending in a separator.
+  // The temporary folder ($TMPDIR, else /tmp/), ending in a separator. UTF8, the environment's
+  // bytes as they are.
   static VPath GetTempHome();
 
   // The path resolved against the current directory.

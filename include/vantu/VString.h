@@ -56,6 +56,10 @@ enum NormalizationForm : int32_t {
   NFKC = 3,
 };
 
+namespace vantu::internal {
+struct VStringAccess;  // the library's own access to the bytes (paths keep file-system bytes)
+}  // namespace vantu::internal
+
 class VANTU_API VString : public VBaseObject {
  public:
   // Empty, SystemCodePage.
@@ -323,6 +327,8 @@ class VANTU_API VString : public VBaseObject {
   int GetNormalization() const noexcept { return normalization_; }
 
  private:
+  friend struct vantu::internal::VStringAccess;
+
   // Fills text and encoding from raw narrow bytes with byte-order-mark detection.
   void SetBytes(const char* data, size_t size, StringEncoding fallback);
   // Fills text from NUL-terminated little-endian UTF-16 bytes, as UTF8.

@@ -1,7 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <thread>
 
 #include <vantu/vantu.h>
 
@@ -12,6 +21,7 @@ extern "C" int vantu_test_flat_files_from_c(const char* file, const char* missin
 
 namespace {
 
+using vantu::test::EnvironmentAt;
 using vantu::test::HeldOpen;
 using vantu::test::TempDir;
 
@@ -51,6 +61,51 @@ TEST(FlatFilesTest, FileInfoIsZeroForEmptyAndHeldFiles) {
   EXPECT_EQ(vantu_IsFileAvailable(dir.Write("zero", "").c_str()), 0);
 }
 
+// Another thread keeps exchanging the file for a FIFO, whose open for reading blocks until a
+// writer comes: the checksum must never wait for one.
+TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
+  const TempDir dir;
+  const std::string path = dir.Write("target", "123456789");
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> stop{false};
+  std::thread swapper([&] {
+    while (!stop) ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+  });
+  std::mutex mutex;
+  std::condition_variable finished;
+  bool done = false;
+  std::atomic<int> summed{0};
+  std::thread reader([&] {
+    // Until the file was summed at least once: a loaded machine may hold the swapper back.
+    for (int i = 0; (i < 3000 || summed == 0) && !stop; ++i) {
+      unsigned crc = 1;
+      vantu_GetFileInfo(path.c_str(), &crc);
+      if (crc == 0xCBF43926u) ++summed;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    done = true;
+    finished.notify_one();
+  });
+  bool blocked = false;
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    blocked = !finished.wait_for(lock, std::chrono::seconds(30), [&] { return done; });
+  }
+  stop = true;
+  swapper.join();
+  if (blocked) {
+    // Release a reader stuck in the FIFO's open, wherever the FIFO now is.
+    for (const std::string& name : {path, fifo}) {
+      const int fd = ::open(name.c_str(), O_WRONLY | O_NONBLOCK);
+      if (fd >= 0) ::close(fd);
+    }
+  }
+  reader.join();
+  EXPECT_FALSE(blocked) << "vantu_GetFileInfo waited for a writer of a FIFO";
+  EXPECT_GT(summed, 0);
+}
+
 TEST(FlatFilesTest, UniqueNamesFitOrLeaveTheBufferUntouched) {
   char name[64];
   ASSERT_EQ(vantu_UniqueTempName(name, sizeof(name), "tmp"), 0);
@@ -64,6 +119,20 @@ TEST(FlatFilesTest, UniqueNamesFitOrLeaveTheBufferUntouched) {
   EXPECT_EQ(std::strlen(exact), length);
   // 100-nanosecond units since 1582: about 1.4e17 today, 18 digits.
   EXPECT_EQ(length, 3u + 18u);
+
+  // The temporary folder and the prefix keep their bytes: a decomposed name stays decomposed.
+  const TempDir dir;
+  const std::string decomposed = dir / "te\xCC\x81mp";
+  ASSERT_EQ(::mkdir(decomposed.c_str(), 0700), 0);
+  const EnvironmentAt temp("TMPDIR", decomposed);
+  char path[512];
+  ASSERT_EQ(vantu_UniqueTempFile(path, sizeof(path), "e\xCC\x81"), 0);
+  EXPECT_EQ(std::string(path).rfind(decomposed + "/e\xCC\x81", 0), 0u) << path;
+  const vantu_char16 prefix[] = {u'e', 0x0301, 0};
+  vantu_char16 wide[512];
+  ASSERT_EQ(vantu_UniqueTempWFile(wide, 512, prefix), 0);
+  const std::u16string units(reinterpret_cast<const char16_t*>(wide));
+  EXPECT_NE(units.find(u"te\u0301mp/e\u0301"), std::u16string::npos);
 }
 
 TEST(FlatFilesTest, Utf16ConversionsOfNonAsciiText) {

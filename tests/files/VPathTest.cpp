@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -9,12 +10,20 @@
 #include <vantu/VFile.h>
 #include <vantu/VPath.h>
 
-#include "support/Bytes.h"
+#include "internal/PathText.h"
 #include "support/TempDir.h"
 
 namespace {
 
+using vantu::test::EnvironmentAt;
 using vantu::test::TempDir;
+
+std::string RealPath(const std::string& path) {
+  char* real = ::realpath(path.c_str(), nullptr);
+  const std::string resolved = real;
+  std::free(real);
+  return resolved;
+}
 
 TEST(VPathTest, TheTextAloneDecidesDirectoryOrFile) {
   EXPECT_TRUE(VPath("/data/").IsDirectory());
@@ -107,48 +116,36 @@ TEST(VPathTest, MakeRelative) {
   EXPECT_EQ(VPath("/A/f").MakeRelative(VPath("/a/g")).GetString(), "../A/f");
 }
 
-TEST(VPathTest, SystemFolders) {
+// Folders from the environment and targets of links are file-system bytes: a decomposed name
+// must come back decomposed, or it names a folder that does not exist.
+TEST(VPathTest, FoldersFromTheEnvironmentAndLinkTargetsKeepTheirBytes) {
   const TempDir dir;
-  const char* saved = std::getenv("XDG_DATA_HOME");
-  const std::string previous = saved ? saved : "";
-  ::setenv("XDG_DATA_HOME", dir.path().c_str(), 1);
-  const VPath appData = VPath::GetAppDataPath();
-  if (saved) {
-    ::setenv("XDG_DATA_HOME", previous.c_str(), 1);
-  } else {
-    ::unsetenv("XDG_DATA_HOME");
+  const std::string decomposed = dir / "e\xCC\x81";
+  ASSERT_EQ(::mkdir(decomposed.c_str(), 0700), 0);
+  {
+    const EnvironmentAt data("XDG_DATA_HOME", decomposed);
+    const EnvironmentAt temp("TMPDIR", decomposed);
+    EXPECT_EQ(vantu::internal::PathBytes(VPath::GetAppDataPath()), decomposed + "/");
+    EXPECT_EQ(vantu::internal::PathBytes(VPath::GetTempHome()), decomposed + "/");
+    EXPECT_TRUE(VFile(VPath::GetTempHome()).IsDirectory());
   }
-  EXPECT_EQ(appData.GetString(), dir.path() + "/");
-
-  const VPath temp = VPath::GetTempHome();
-  ASSERT_GT(temp.Length(), 0u);
-  EXPECT_EQ(temp.GetString().back(), '/');
-  EXPECT_TRUE(VFile(temp).IsDirectory());
-}
-
-TEST(VPathTest, ResolveShortcutFollowsSymbolicLinksToExistingTargets) {
-  const TempDir dir;
-  const std::string target = dir.Write("target.txt", "x");
+  const std::string target = dir.Write("e\xCC\x81/t\xFF.txt", "x");
   ASSERT_EQ(::symlink(target.c_str(), (dir / "link").c_str()), 0);
   ASSERT_EQ(::symlink((dir / "missing").c_str(), (dir / "broken").c_str()), 0);
   ASSERT_EQ(::symlink("link", (dir / "chain").c_str()), 0);
-
-  char* real = ::realpath(target.c_str(), nullptr);
-  const std::string resolved = real;
-  std::free(real);
-
-  VPath link((dir / "link").c_str());
-  link.ResolveShortcut();
-  EXPECT_EQ(link.GetString(), resolved);
-  VPath chain((dir / "chain").c_str());
-  chain.ResolveShortcut();
-  EXPECT_EQ(chain.GetString(), resolved);
+  const std::string resolved = RealPath(target);
+  for (StringEncoding encoding : {UTF8, UTF16, Latin1}) {
+    for (const char* name : {"link", "chain"}) {
+      VPath link;
+      vantu::internal::SetPathBytes(link, dir / name, encoding);
+      link.ResolveShortcut();
+      EXPECT_EQ(vantu::internal::PathBytes(link), resolved) << encoding;
+      EXPECT_EQ(vantu::internal::PathBytes(link.Parent()), RealPath(decomposed) + "/");
+    }
+  }
   VPath broken((dir / "broken").c_str());
   broken.ResolveShortcut();
   EXPECT_EQ(broken.GetString(), dir / "broken");
-  VPath plain(target.c_str());
-  plain.ResolveShortcut();
-  EXPECT_EQ(plain.GetString(), target);
 }
 
 TEST(VPathTest, NamesThatAreNotNFCOrNotUTF8StayReachable) {

@@ -10,13 +10,13 @@
 
 namespace {
 
-using vantu::test::AppDataAt;
+using vantu::test::EnvironmentAt;
 using vantu::test::ReadLines;
 using vantu::test::TempDir;
 
 TEST(FlatLogTest, CreateLogExNormalisesItsArguments) {
   const TempDir home;
-  const AppDataAt appData(home.path());
+  const EnvironmentAt appData("XDG_DATA_HOME", home.path());
   VLog* before = VLog::GetCurrent();
   void* handle = vantu_CreateLogEx(nullptr, nullptr, 0, 0, 99, 5, 24, 7, 0);
   ASSERT_NE(handle, nullptr);

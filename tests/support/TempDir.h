@@ -103,6 +103,32 @@ class HeldOpen {
 
 inline bool RunningAsRoot() { return ::geteuid() == 0; }
 
+// Sets an environment variable for the object's lifetime (XDG_DATA_HOME, so that no test writes
+// under the real home directory; TMPDIR).
+class EnvironmentAt {
+ public:
+  EnvironmentAt(const char* name, const std::string& value) : name_(name) {
+    const char* old = std::getenv(name);
+    had_ = old != nullptr;
+    if (had_) old_ = old;
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~EnvironmentAt() {
+    if (had_) {
+      ::setenv(name_, old_.c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+  EnvironmentAt(const EnvironmentAt&) = delete;
+  EnvironmentAt& operator=(const EnvironmentAt&) = delete;
+
+ private:
+  const char* name_;
+  bool had_ = false;
+  std::string old_;
+};
+
 }  // namespace vantu::test
 
 #endif  // VANTU_TESTS_SUPPORT_TEMPDIR_H
