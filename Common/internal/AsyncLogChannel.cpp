@@ -6,8 +6,7 @@
 namespace vantu::internal {
 namespace {
 
-// Lines joined into one write; large enough to amortise the write and flush, small enough that
-// a size-rotated file overshoots its limit by little.
+// Lines joined into one write: large enough to amortise the write and flush.
 constexpr size_t kBatchBytes = 16 * 1024;
 // How long the writer lets lines gather after the first one arrives, and how many end the wait.
 constexpr std::chrono::milliseconds kGatherTime(2);
@@ -17,6 +16,11 @@ constexpr size_t kGatherLines = 1024;
 
 AsyncLogChannel::AsyncLogChannel(Poco::AutoPtr<Poco::Channel> target, size_t capacity)
     : target_(std::move(target)), capacity_(capacity == 0 ? 1 : capacity) {}
+
+void AsyncLogChannel::LimitBatches(uint64_t limit, std::function<uint64_t()> targetSize) {
+  limit_ = limit;
+  targetSize_ = std::move(targetSize);
+}
 
 AsyncLogChannel::~AsyncLogChannel() {
   try {
@@ -87,11 +91,18 @@ void AsyncLogChannel::Run() {
     for (size_t i = 0; i < lines.size();) {
       batch.clear();
       size_t count = 0;
+      // The bytes the target may still take before it reaches its limit; the target adds a
+      // newline after the batch.
+      uint64_t room = UINT64_MAX;
+      if (limit_ != 0) {
+        const uint64_t size = targetSize_();
+        room = size < limit_ ? limit_ - size : 0;
+      }
       do {
         if (count > 0) batch.push_back('\n');
         batch += lines[i++];
         ++count;
-      } while (i < lines.size() && batch.size() < kBatchBytes);
+      } while (i < lines.size() && batch.size() < kBatchBytes && batch.size() + 1 < room);
       try {
         target_->log(Poco::Message(std::string(), batch, priority_));
       } catch (...) {

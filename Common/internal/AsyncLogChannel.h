@@ -8,6 +8,8 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,6 +20,8 @@ namespace vantu::internal {
 // Queues the text of each message and writes it to the target channel on its own thread. Lines
 // queued together are handed to the target as one message whose text joins them with "\n", so a
 // file channel writes (and flushes) them in one go; the bytes are those of one message per line.
+// With a size limit, a batch ends with the line that brings the target to its limit, so a file
+// rotated by size is closed within one line of it.
 // When `capacity` lines wait, log() blocks until the writer has caught up: no line is dropped
 // and memory stays bounded. close() returns after every queued line has been written. Errors of
 // the target (a folder that cannot be written) drop the lines of that batch; the writer keeps
@@ -25,6 +29,10 @@ namespace vantu::internal {
 class AsyncLogChannel : public Poco::Channel {
  public:
   AsyncLogChannel(Poco::AutoPtr<Poco::Channel> target, size_t capacity);
+
+  // Batches stop at `limit` bytes of the target, whose current size `targetSize` tells (called
+  // on the writer's thread only). Set before the first line is queued.
+  void LimitBatches(uint64_t limit, std::function<uint64_t()> targetSize);
 
   void open() override;
   void close() override;
@@ -43,6 +51,8 @@ class AsyncLogChannel : public Poco::Channel {
 
   Poco::AutoPtr<Poco::Channel> target_;
   const size_t capacity_;
+  uint64_t limit_ = 0;  // 0: none
+  std::function<uint64_t()> targetSize_;
   std::mutex mutex_;
   std::condition_variable wake_;     // the writer: lines arrived, or stop
   std::condition_variable written_;  // producers and Drain: the writer took or wrote lines

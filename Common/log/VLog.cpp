@@ -6,6 +6,9 @@
 #include <Poco/LocalDateTime.h>
 #include <Poco/Logger.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -36,6 +39,25 @@ VString Formatted(unsigned count, const char* word) {
   char buffer[64];
   std::snprintf(buffer, sizeof(buffer), "%d %s", static_cast<int>(count), word);
   return VString(buffer);
+}
+
+// The size limit of a rotation text as the file channel reads it ("<n>", "<n> K", "<n> M"), or 0
+// when the log is not rotated by size.
+uint64_t RotationSizeLimit(const std::string& rotation) {
+  size_t i = rotation.find_first_not_of(' ');
+  if (i == std::string::npos || !std::isdigit(static_cast<unsigned char>(rotation[i]))) return 0;
+  uint64_t count = 0;
+  for (; i < rotation.size() && std::isdigit(static_cast<unsigned char>(rotation[i])); ++i) {
+    count = count * 10 + static_cast<uint64_t>(rotation[i] - '0');
+  }
+  i = std::min(rotation.find_first_not_of(' ', i), rotation.size());
+  size_t end = i;
+  while (end < rotation.size() && std::isalpha(static_cast<unsigned char>(rotation[end]))) ++end;
+  const std::string unit = rotation.substr(i, end - i);
+  if (unit.empty()) return count;
+  if (unit == "K") return count * 1024;
+  if (unit == "M") return count * 1024 * 1024;
+  return 0;
 }
 
 // "<application data>/Tarvik Software/".
@@ -193,6 +215,17 @@ void VLog::Open() {
   chain->file->setProperty(Poco::FileChannel::PROP_PURGEAGE, Utf8(purgeAge_));
   // Each batch of lines reaches the file before the writer takes the next one.
   chain->file->setProperty(Poco::FileChannel::PROP_FLUSH, "true");
+  const uint64_t sizeLimit = RotationSizeLimit(Utf8(rotation_));
+  if (sizeLimit != 0) {
+    // The file is opened now so that its size is known before the first batch.
+    try {
+      chain->file->open();
+    } catch (...) {
+      // Reported the way every write failure is: the lines go nowhere.
+    }
+    Poco::FileChannel* file = chain->file.get();
+    chain->writer->LimitBatches(sizeLimit, [file] { return file->size(); });
+  }
 
   // Lines look as Poco::PatternFormatter makes them with "%t" for the banner, then with
   // "%Y/%n/%e - [%w] - %H:%M:%S - %t".
