@@ -13,14 +13,14 @@
 #include <vantu/VLogMessage.h>
 
 #include "internal/PathText.h"
-#include "platform/Platform.h"
 
 using vantu::internal::PathBytes;
 
 namespace {
 
-// Serialises the callbacks of every hot folder of the process.
-std::mutex g_callbackMutex;
+// Serialises the callbacks of every hot folder of the process. Recursive, so that a callback may
+// run a scan of another hot folder, whose callbacks then come on the same thread.
+std::recursive_mutex g_callbackMutex;
 
 // Two size readings of a file are at least this far apart.
 constexpr std::chrono::milliseconds kStabilityWait(500);
@@ -58,7 +58,11 @@ int GroupFilter(VFile& entry, void* userData) {
   VHFItem item(entry);
   std::vector<std::string> names;
   entry.List(names);
-  for (const std::string& n : names) item.contents.emplace_back(VFile(VPath(n.c_str())));
+  for (const std::string& n : names) {
+    VPath name;
+    vantu::internal::SetPathBytes(name, n, UTF8);
+    item.contents.emplace_back(VFile(name));
+  }
   found->push_back(std::move(item));
   return 0;
 }
@@ -174,7 +178,7 @@ class VHotfolder::Scan {
     if (callback_ == nullptr) return;
     VLOG_AT(INFO, kSource, callingLine, kScanFunction)
         .Format("Calling callback for file %s", PathBytes(entry.file.GetPath()).c_str());
-    std::lock_guard<std::mutex> lock(g_callbackMutex);
+    std::lock_guard<std::recursive_mutex> lock(g_callbackMutex);
     try {
       callback_(bytes.c_str(), static_cast<int>(bytes.size()), userData_);
     } catch (...) {
@@ -276,11 +280,9 @@ int VHotfolder::OnTimer(void* self) {
 }
 
 int VHotfolder::CheckFolderChanges() {
-  // The folder's UTF-8 bytes; on a UTF-8 system they stay in the system code page, so that the
-  // entries keep the exact bytes of their names.
+  // The folder as UTF8 file-system bytes, so that the entries keep the exact bytes of their names.
   VPath folder;
-  vantu::internal::SetPathBytes(folder, PathBytes(GetPath()),
-                                vantu::platform::CodePageIsUtf8() ? SystemCodePage : UTF8);
+  vantu::internal::SetPathBytes(folder, PathBytes(GetPath()), UTF8);
   std::vector<VHFItem> found = Scan::Walk(folder, recursive_, groupFolders_);
   const Callback callback = callback_;
   void* const userData = userData_;

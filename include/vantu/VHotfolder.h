@@ -10,7 +10,8 @@
 // once every file directly inside it is complete in the same scan. A scan takes the first size
 // of every candidate, waits once, then takes the second sizes and delivers, so it waits about
 // 500 ms however many files it checks. Callbacks come in the order the walk found the entries;
-// all callbacks of all hot folders of the process are serialised by one mutex.
+// all callbacks of all hot folders of the process are serialised by one recursive mutex, so a
+// callback may itself run a scan of another hot folder.
 //
 // The file list is the hot folder's only memory: an entry stays in it, and is not delivered
 // again, for as long as every scan finds it. An entry that disappears drops out of the list and

@@ -7,8 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -214,23 +216,43 @@ TEST_F(VHotfolderTest, TheFolderGoingAwayAndHostileTreesDoNotStopIt) {
   std::filesystem::remove_all(moved);
 }
 
-TEST_F(VHotfolderTest, ACallbackMayRemoveItsOwnFile) {
+// The callback mutex serialises the callbacks of all hot folders; a callback that removes its
+// own file and runs a scan of another hot folder (whose callback then comes on this thread)
+// must not deadlock.
+TEST_F(VHotfolderTest, ACallbackMayRemoveItsOwnFileAndScanAnotherHotFolder) {
+  const TempDir otherDir;
+  const std::string b = otherDir.Write("b", "2");
+  VHotfolder other;
+  other.SetPath(VPath(otherDir.path().c_str()));
+  other.SetCallback(&Deliveries::Callback);
+  other.SetUserData(&delivered);
   struct Context {
     VHotfolder* folder;
+    VHotfolder* other;
     std::vector<std::string> seen;
-  } context{&folder, {}};
+  } context{&folder, &other, {}};
   folder.SetUserData(&context);
   folder.SetCallback([](const char* path, int, void* data) {
     auto* c = static_cast<Context*>(data);
     c->seen.emplace_back(path);
     vantu_DeleteFileFromHotFolder(c->folder, path, 0);
+    c->other->CheckFolderChanges();
     return 0;
   });
   const std::string a = dir.Write("a", "1");
-  folder.CheckFolderChanges();
+  auto finished = std::make_shared<std::promise<void>>();
+  std::thread([this, finished] {
+    folder.CheckFolderChanges();
+    finished->set_value();
+  }).detach();
+  if (finished->get_future().wait_for(30s) != std::future_status::ready) {
+    ADD_FAILURE() << "a callback scanning another hot folder deadlocked";
+    std::_Exit(1);  // the scan thread cannot be stopped
+  }
   EXPECT_EQ(context.seen, std::vector<std::string>{a});
   EXPECT_FALSE(std::filesystem::exists(a));
   EXPECT_TRUE(folder.GetFileList()->empty());
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{b});
 }
 
 TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
