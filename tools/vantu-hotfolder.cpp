@@ -335,11 +335,6 @@ class Session {
     if (!stopped_) {
       stopped_ = true;
       signal_ = signal;
-      if (child_ > 0 && signal != 0) {
-        std::fprintf(stderr,
-                     "vantu-hotfolder: stopping once the command ends; a second signal ends "
-                     "it at once\n");
-      }
     }
     changed_.notify_all();
   }
@@ -607,8 +602,9 @@ std::string Now() {
 
 // Writes one record to stdout; output that cannot be written stops the tool, as nobody would
 // learn what the next commands did.
-void Write(FILE* to, const std::string& record) {
-  if (std::fwrite(record.data(), 1, record.size(), to) == record.size() && std::fflush(to) == 0) {
+void Write(const std::string& record) {
+  if (std::fwrite(record.data(), 1, record.size(), stdout) == record.size() &&
+      std::fflush(stdout) == 0) {
     return;
   }
   const int error = errno;
@@ -647,7 +643,7 @@ void Report(const Options& options, const std::string& path, const Result& resul
     }
     record += options.null ? '\0' : '\n';
   }
-  Write(stdout, record);
+  Write(record);
 }
 
 std::map<std::string, std::string> g_waiting;
@@ -670,7 +666,7 @@ void Handle(const Options& options, VHotfolder& folder, const std::string& path)
         Record(&VLog::Error, "Cannot delete " + path + ": " + result.error);
       }
     }
-    g_failed = g_failed || !result.ran || result.status != 0 || !result.error.empty();
+    g_failed = g_failed || result.status != 0 || !result.error.empty();
   }
   Report(options, path, result);
 }
@@ -688,7 +684,7 @@ void Note(const Options& options, const std::string& note) {
     last = note;
   }
   if (options.json) {
-    Write(stdout, "{\"waiting\": " + JsonString(note) + "}\n");
+    Write("{\"waiting\": " + JsonString(note) + "}\n");
   } else {
     std::fprintf(stderr, "%s\n", note.c_str());
   }

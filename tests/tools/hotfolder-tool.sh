@@ -29,7 +29,7 @@ reap() {
   (sleep 10 && kill -KILL "$pid") >/dev/null 2>&1 &
   dog=$!
   rc=0
-  wait "$pid" || rc=$?
+  wait "$pid" 2>/dev/null || rc=$?
   kill "$dog" 2>/dev/null || true
   wait "$dog" 2>/dev/null || true
 }
@@ -120,9 +120,9 @@ fi
 # ends by SIGTERM. A command that outlives it keeps the tool until a second SIGTERM.
 cat >slow.sh <<EOF
 #!/bin/sh
-echo "\$1" >>'$work/started'
-echo \$\$ >>'$work/commands.pid'
 trap 'echo term >>"$work/started"; [ "\$(cat "\$1")" = stubborn ] || exit 3' TERM
+echo \$\$ >>'$work/commands.pid'
+echo "\$1" >>'$work/started'
 while :; do sleep 0.05; done
 EOF
 chmod +x slow.sh
