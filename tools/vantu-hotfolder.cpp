@@ -1,14 +1,19 @@
 // vantu-hotfolder: watches a directory and prints each complete file that arrives in it.
 //
 // Built on libvantu's public classes only: a VHotfolder finds and delivers the files, a VLog
-// records the hot folder's trace (with --log, or --verbose, which reads the same trace to say
-// why a file still waits).
+// records the hot folder's trace and the commands' results (with --log, or --verbose, which
+// reads the same trace to say why a file still waits).
+//
+// Threads: the scans (the hot folder's timer thread, or one thread for --once) only queue what
+// they deliver; the main thread takes the queue one entry at a time and runs the commands; a
+// thread of its own takes SIGINT and SIGTERM, which every other thread blocks.
+#include <fnmatch.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include <vantu/VException.h>
 #include <vantu/VFile.h>
 #include <vantu/VHotfolder.h>
 #include <vantu/VLog.h>
@@ -32,82 +38,339 @@ extern char** environ;
 
 namespace {
 
-const char kUsage[] =
-    "Usage: vantu-hotfolder [options] [DIRECTORY]\n"
-    "Watches DIRECTORY (default ./inbox, created if missing) and prints the path of each file\n"
-    "that arrives in it, once the file is complete: no process holds it open for writing, it is\n"
-    "not empty, and its size stays the same for half a second.\n"
-    "\n"
-    "  --recursive        also watch sub-directories\n"
-    "  --group-folders    deliver each sub-directory as one unit once all its files are complete\n"
-    "  --period MS        scan every MS milliseconds (default 1000; the first scan after 1 s)\n"
-    "  --exec 'CMD {}'    run CMD for each delivered path ({} is replaced by the path; without\n"
-    "                     {} the path is appended) and report its exit status; no shell is used\n"
-    "  --shell            run the --exec command through /bin/sh -c\n"
-    "  --delete           delete a delivered file after its command succeeded\n"
-    "  --keep             keep it (the default)\n"
-    "  --log DIR          write the hot folder's trace to DIR/vantu-hotfolder.log\n"
-    "  --once             scan once, handle what was delivered, and exit\n"
-    "  --json             print one JSON object per delivery\n"
-    "  --verbose          also say why a file still waits (held open by a writer, still\n"
-    "                     growing, empty, unreadable)\n"
-    "  --help             show this text\n"
-    "\n"
-    "SIGINT and SIGTERM stop it cleanly; the log is written out before it exits.\n";
-
 struct Options {
   std::string directory = "inbox";
   bool recursive = false;
   bool groupFolders = false;
   int period = 1000;
+  std::vector<std::string> ignore;
   std::string exec;
   bool shell = false;
   bool deleteAfter = false;
   std::string logDir;
+  int logLevel = 0;  // 0: not given
   bool once = false;
   bool json = false;
+  bool null = false;
   bool verbose = false;
 };
 
-// Paths delivered by the hot folder and waiting notes from its trace, handed from the hot
-// folder's thread to the main thread.
-class Inbox {
+constexpr int kInformation = 6;  // the level of the hot folder's trace
+
+bool Fail(const std::string& message) {
+  std::fprintf(stderr, "vantu-hotfolder: %s\n", message.c_str());
+  return false;
+}
+
+// A log level by name or number (1 to 8); 0 when it is neither.
+int LevelOf(const std::string& text) {
+  static const char* const kNames[] = {"fatal",  "critical",    "error", "warning",
+                                       "notice", "information", "debug", "trace"};
+  for (int i = 0; i < 8; ++i) {
+    if (text == kNames[i]) return i + 1;
+  }
+  if (text == "info") return kInformation;
+  return text.size() == 1 && text[0] >= '1' && text[0] <= '8' ? text[0] - '0' : 0;
+}
+
+// Splits a command line into words, honouring single and double quotes; false when a quote
+// does not close.
+bool Words(const std::string& command, std::vector<std::string>& words) {
+  std::string word;
+  bool inWord = false;
+  char quote = 0;
+  for (char c : command) {
+    if (quote != 0) {
+      if (c == quote) {
+        quote = 0;
+      } else {
+        word.push_back(c);
+      }
+    } else if (c == '\'' || c == '"') {
+      quote = c;
+      inWord = true;
+    } else if (c == ' ' || c == '\t') {
+      if (inWord) words.push_back(word);
+      word.clear();
+      inWord = false;
+    } else {
+      word.push_back(c);
+      inWord = true;
+    }
+  }
+  if (inWord) words.push_back(word);
+  return quote == 0;
+}
+
+// The options: each one's name, the name of its value (null when it takes none), its help text
+// (later lines indented), and either the flag it sets or what it does, which returns false
+// after saying what is wrong.
+struct OptionSpec {
+  const char* name;
+  const char* value;
+  const char* help;
+  bool Options::*flag;
+  bool (*set)(Options& options, const char* value) = nullptr;
+};
+
+const OptionSpec kOptionSpecs[] = {
+    {"--recursive", nullptr, "also watch sub-directories", &Options::recursive},
+    {"--group-folders", nullptr,
+     "deliver each sub-directory as one unit (its path ends in \"/\"), at the\n"
+     "first scan that finds it holding files and every file directly inside it,\n"
+     "as present at that scan, complete; its own sub-directories are not checked,\n"
+     "and files added to it after its delivery go unnoticed",
+     &Options::groupFolders},
+    {"--period", "MS", "scan every MS milliseconds (default 1000; the first scan after 1 s)",
+     nullptr,
+     [](Options& o, const char* v) {
+       char* end = nullptr;
+       const long ms = std::strtol(v, &end, 10);
+       if (*v == '\0' || *end != '\0' || ms < 1 || ms > 86400000) {
+         return Fail("--period takes milliseconds, 1 to 86400000");
+       }
+       o.period = static_cast<int>(ms);
+       return true;
+     }},
+    {"--ignore", "GLOB",
+     "skip delivered entries whose name matches the shell pattern GLOB, as\n"
+     "'*.gz' (a GLOB holding \"/\" is matched against the path below DIRECTORY);\n"
+     "repeatable. Names starting with \".\" are always skipped",
+     nullptr,
+     [](Options& o, const char* v) {
+       if (*v == '\0') return Fail("--ignore needs a pattern");
+       o.ignore.emplace_back(v);
+       return true;
+     }},
+    {"--exec", "'CMD {}'",
+     "run CMD for each delivered path ({} is replaced by the path; without\n"
+     "{} the path is appended) and report its exit status; no shell is used",
+     nullptr,
+     [](Options& o, const char* v) {
+       std::vector<std::string> words;
+       if (!Words(v, words)) return Fail("--exec: a quote does not close");
+       if (words.empty()) return Fail("--exec needs a command");
+       o.exec = v;
+       return true;
+     }},
+    {"--shell", nullptr, "run the --exec command through /bin/sh -c", &Options::shell},
+    {"--delete", nullptr,
+     "delete a delivered entry after its command succeeded (needs --exec); an\n"
+     "entry that cannot be deleted is reported, and not handled again before a\n"
+     "restart",
+     &Options::deleteAfter},
+    {"--keep", nullptr, "keep it (the default)", nullptr,
+     [](Options& o, const char*) {
+       o.deleteAfter = false;
+       return true;
+     }},
+    {"--log", "DIR",
+     "write the hot folder's trace and the commands' results to\n"
+     "DIR/vantu-hotfolder.log",
+     nullptr,
+     [](Options& o, const char* v) {
+       if (*v == '\0') return Fail("--log needs a directory");
+       o.logDir = v;
+       return true;
+     }},
+    {"--log-level", "LEVEL",
+     "what the log keeps: fatal, critical, error, warning (failed commands and\n"
+     "deletes), notice, information (the default: also every step of every scan),\n"
+     "debug, trace, or 1 to 8 in that order",
+     nullptr,
+     [](Options& o, const char* v) {
+       o.logLevel = LevelOf(v);
+       return o.logLevel != 0 || Fail(std::string("unknown log level ") + v);
+     }},
+    {"--once", nullptr, "scan once, handle what was delivered, and exit", &Options::once},
+    {"--json", nullptr,
+     "print one JSON object per delivery; a path's bytes that are not UTF-8 are\n"
+     "written as \\udc80 to \\udcff (one lone surrogate per byte, as Python's\n"
+     "\"surrogateescape\": os.fsencode gives the bytes back)",
+     &Options::json},
+    {"--null", nullptr,
+     "end each output record with NUL instead of a newline, and separate the path\n"
+     "from the command's result with NUL instead of a tab (as find -print0), so\n"
+     "that names holding newlines or tabs read back unchanged",
+     &Options::null},
+    {"--verbose", nullptr,
+     "also say why a file still waits (held open by a writer, still growing,\n"
+     "empty, unreadable)",
+     &Options::verbose},
+};
+
+const char kUsageHead[] =
+    "Usage: vantu-hotfolder [options] [DIRECTORY]\n"
+    "Watches DIRECTORY (default ./inbox, created if missing) and prints the path of each file\n"
+    "that arrives in it, once the file is complete: no process holds it open for writing, it is\n"
+    "not empty, and its size stays the same for half a second.\n"
+    "\n";
+
+const char kUsageTail[] =
+    "  --help             show this text\n"
+    "\n"
+    "Output: each delivered path; with --exec, PATH<TAB>exit N (N is the command's exit status,\n"
+    "128+n when a signal n ended it), then <TAB>deleted or <TAB>not deleted: ERROR with\n"
+    "--delete; PATH<TAB>not run: ERROR when the command could not start.\n"
+    "\n"
+    "Exit status: 0 when every command ran and succeeded; 1 when a command failed or could not\n"
+    "start, a delete failed or the output could not be written; 2 for bad options, or a\n"
+    "DIRECTORY or --log that cannot be used.\n"
+    "\n"
+    "SIGINT and SIGTERM stop it: no command starts after the signal, the running command\n"
+    "receives it (a signal from the terminal reaches it directly), the log is written out, and\n"
+    "the tool ends by the same signal. A second signal ends it at once. Commands start with no\n"
+    "signal blocked, and SIGINT, SIGTERM and SIGPIPE at their default action.\n"
+    "\n"
+    "The tool knows what it handled only while it runs: a restart delivers again every file\n"
+    "still in the folder, unless it was deleted or moved away.\n"
+    "\n"
+    "Writers are seen through file leases. For a file that belongs to another user this needs\n"
+    "CAP_LEASE; without it, the writers of other users are invisible, and on file systems\n"
+    "without leases (NFS) all remote writers are: for those files only the half-second size\n"
+    "test protects a file still being written.\n";
+
+void PrintUsage(FILE* to) {
+  std::fputs(kUsageHead, to);
+  for (const OptionSpec& spec : kOptionSpecs) {
+    std::string head = std::string("  ") + spec.name;
+    if (spec.value != nullptr) head += std::string(" ") + spec.value;
+    std::fprintf(to, "%-21s", head.c_str());
+    for (const char* c = spec.help; *c != '\0'; ++c) {
+      std::fputc(*c, to);
+      if (*c == '\n') std::fputs("                     ", to);
+    }
+    std::fputc('\n', to);
+  }
+  std::fputs(kUsageTail, to);
+}
+
+// Options that only make sense together.
+bool Check(const Options& o) {
+  if (o.shell && o.exec.empty()) return Fail("--shell needs --exec");
+  if (o.deleteAfter && o.exec.empty()) {
+    return Fail("--delete needs --exec: a file is deleted after its command succeeded");
+  }
+  if (o.null && o.json) return Fail("--null is for the plain output, not --json");
+  if (o.logLevel != 0 && o.logDir.empty()) return Fail("--log-level needs --log");
+  if (o.verbose && o.logLevel != 0 && o.logLevel < kInformation) {
+    return Fail("--verbose reads the trace written at level information");
+  }
+  return true;
+}
+
+bool Parse(int argc, char** argv, Options& options) {
+  bool sawDirectory = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      PrintUsage(stdout);
+      std::exit(0);
+    }
+    if (arg.size() > 1 && arg[0] == '-') {
+      const OptionSpec* spec = nullptr;
+      for (const OptionSpec& s : kOptionSpecs) {
+        if (arg == s.name) spec = &s;
+      }
+      if (spec == nullptr) {
+        Fail("unknown option " + arg);
+        PrintUsage(stderr);
+        return false;
+      }
+      const char* value = nullptr;
+      if (spec->value != nullptr) {
+        if (i + 1 >= argc) return Fail(arg + " needs a value");
+        value = argv[++i];
+      }
+      if (spec->flag != nullptr) {
+        options.*spec->flag = true;
+      } else if (!spec->set(options, value)) {
+        return false;
+      }
+    } else if (!sawDirectory) {
+      options.directory = arg;
+      sawDirectory = true;
+    } else {
+      return Fail("one directory only");
+    }
+  }
+  return Check(options);
+}
+
+// One thing the scans hand to the main thread.
+struct Item {
+  std::string text;
+  bool delivery;  // a delivered path; else a note on a waiting file
+};
+
+// What the scans deliver, the stop request and the running command, shared by the scans, the
+// main thread and the signal thread.
+class Session {
  public:
-  void Push(std::string line, bool delivery) {
+  void Push(Item item) {
     std::lock_guard<std::mutex> lock(mutex_);
-    items_.push_back({std::move(line), delivery});
-    changed_.notify_one();
+    items_.push_back(std::move(item));
+    changed_.notify_all();
   }
-  void Stop() {
+  // No more items will come (--once).
+  void Finish() {
     std::lock_guard<std::mutex> lock(mutex_);
-    stopped_ = true;
-    changed_.notify_one();
+    finished_ = true;
+    changed_.notify_all();
   }
-  // Waits for items or a stop; returns false once stopped and drained.
-  bool Take(std::deque<std::pair<std::string, bool>>& out) {
+  // Waits for the next item; false once stopped, or finished and drained.
+  bool Take(Item& item) {
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return !items_.empty() || stopped_; });
-    out.swap(items_);
-    return !out.empty() || !stopped_;
+    changed_.wait(lock, [&] { return stopped_ || finished_ || !items_.empty(); });
+    if (stopped_ || items_.empty()) return false;
+    item = std::move(items_.front());
+    items_.pop_front();
+    return true;
   }
-  std::deque<std::pair<std::string, bool>> TakeNow() {
+  // Asks for a stop (signal 0: the output failed) and passes the signal on to the running
+  // command when `forward`. The first request's signal is kept.
+  void Stop(int signal, bool forward) {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::deque<std::pair<std::string, bool>> out;
-    out.swap(items_);
-    return out;
+    if (forward && child_ > 0) ::kill(child_, signal);
+    if (!stopped_) {
+      stopped_ = true;
+      signal_ = signal;
+    }
+    changed_.notify_all();
+  }
+  int StopSignal() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return signal_;
+  }
+  // Starts a command unless a stop was asked for: posix_spawnp's result, or ECANCELED.
+  int Spawn(char* const argv[], const posix_spawnattr_t* attributes, pid_t& child) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (stopped_) return ECANCELED;
+    const int error = ::posix_spawnp(&child, argv[0], nullptr, attributes, argv, environ);
+    if (error == 0) child_ = child;
+    return error;
+  }
+  // The command has ended (not reaped yet, so its pid cannot be reused meanwhile).
+  void Ended() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    child_ = 0;
   }
 
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::deque<std::pair<std::string, bool>> items_;
+  std::deque<Item> items_;
+  bool finished_ = false;
   bool stopped_ = false;
+  int signal_ = 0;
+  pid_t child_ = 0;
 };
 
-Inbox g_inbox;
+Session g_session;
+bool g_failed = false;  // main thread only
 
 int OnDelivery(const char* path, int length, void*) {
-  g_inbox.Push(std::string(path, static_cast<size_t>(length)), true);
+  g_session.Push({std::string(path, static_cast<size_t>(length)), true});
   return 0;
 }
 
@@ -134,75 +397,75 @@ void OnTrace(int, const std::string& text, void*) {
     } else if (!std::ifstream(path, std::ios::binary).is_open()) {
       why = "unreadable";
     }
-    g_inbox.Push(path + ": waiting, " + why, false);
+    g_session.Push({path + ": waiting, " + why, false});
   } else if (text.find("[File: VHotfolder Line: 227]") != std::string::npos) {
     const size_t open = text.rfind(" is not complete (");
     const std::string path = QuotedPath(text, "\"File ", " is not complete (");
     const std::string sizes = open == std::string::npos ? "" : text.substr(open + 18);
-    g_inbox.Push(path + ": waiting, still growing (" + sizes.substr(0, sizes.find(')')) + ")",
-                 false);
+    g_session.Push(
+        {path + ": waiting, still growing (" + sizes.substr(0, sizes.find(')')) + ")", false});
   }
 }
 
+// The length of the well-formed UTF-8 sequence at text[at], or 0 when there is none.
+size_t Utf8Length(const std::string& text, size_t at) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(at);
+  if (lead < 0x80) return 1;
+  size_t length = 0;
+  unsigned char low = 0x80;  // the second byte's range
+  unsigned char high = 0xBF;
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;   // no overlong forms
+    if (lead == 0xED) high = 0x9F;  // no surrogates
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;  // nothing above U+10FFFF
+  } else {
+    return 0;
+  }
+  if (at + length > text.size() || byte(at + 1) < low || byte(at + 1) > high) return 0;
+  for (size_t i = 2; i < length; ++i) {
+    if (byte(at + i) < 0x80 || byte(at + i) > 0xBF) return 0;
+  }
+  return length;
+}
+
+// A JSON string of the bytes; a byte outside well-formed UTF-8 becomes \udcXX.
 std::string JsonString(const std::string& text) {
   std::string out = "\"";
-  for (unsigned char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          char buffer[8];
-          std::snprintf(buffer, sizeof(buffer), "\\u%04x", c);
-          out += buffer;
-        } else {
-          out.push_back(static_cast<char>(c));
-        }
+  char buffer[8];
+  for (size_t i = 0; i < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t length = Utf8Length(text, i);
+    if (length == 0) {
+      std::snprintf(buffer, sizeof(buffer), "\\udc%02x", c);
+      out += buffer;
+      ++i;
+      continue;
     }
+    if (length > 1) {
+      out.append(text, i, length);
+    } else if (c == '"' || c == '\\') {
+      out += '\\';
+      out += static_cast<char>(c);
+    } else if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c < 0x20) {
+      std::snprintf(buffer, sizeof(buffer), "\\u%04x", c);
+      out += buffer;
+    } else {
+      out += static_cast<char>(c);
+    }
+    i += length;
   }
   return out + "\"";
-}
-
-// Splits a command line into words, honouring single and double quotes.
-std::vector<std::string> Words(const std::string& command) {
-  std::vector<std::string> words;
-  std::string word;
-  bool inWord = false;
-  char quote = 0;
-  for (char c : command) {
-    if (quote != 0) {
-      if (c == quote) {
-        quote = 0;
-      } else {
-        word.push_back(c);
-      }
-    } else if (c == '\'' || c == '"') {
-      quote = c;
-      inWord = true;
-    } else if (c == ' ' || c == '\t') {
-      if (inWord) words.push_back(word);
-      word.clear();
-      inWord = false;
-    } else {
-      word.push_back(c);
-      inWord = true;
-    }
-  }
-  if (inWord) words.push_back(word);
-  return words;
 }
 
 std::string ShellQuoted(const std::string& text) {
@@ -211,9 +474,22 @@ std::string ShellQuoted(const std::string& text) {
   return out + "'";
 }
 
-// Runs the --exec command for one path; returns its exit status (127 when it cannot start,
-// 128 + n when killed by signal n).
-int Run(const Options& options, const std::string& path) {
+// Writes to the log, if there is one.
+void Record(void (VLog::*write)(const std::string&), const std::string& text) {
+  if (VLog* log = VLog::GetCurrent()) (log->*write)(text);
+}
+
+// What happened to one delivered entry.
+struct Result {
+  bool ran = false;
+  int status = -1;  // the command's exit status, 128 + n when signal n ended it
+  bool deleted = false;
+  std::string error;  // why the command could not start, or the entry not be deleted
+};
+
+// Runs the --exec command for one path, with a clean signal state. False when a stop came
+// before it started.
+bool Run(const Options& options, const std::string& path, Result& result) {
   std::vector<std::string> argv;
   if (options.shell) {
     std::string command = options.exec;
@@ -228,7 +504,7 @@ int Run(const Options& options, const std::string& path) {
     }
     argv = {"/bin/sh", "-c", command};
   } else {
-    argv = Words(options.exec);
+    Words(options.exec, argv);
     bool replaced = false;
     for (auto& word : argv) {
       for (size_t p = word.find("{}"); p != std::string::npos; p = word.find("{}", p)) {
@@ -242,16 +518,78 @@ int Run(const Options& options, const std::string& path) {
   std::vector<char*> raw;
   for (auto& word : argv) raw.push_back(word.data());
   raw.push_back(nullptr);
+
+  // The tool blocks SIGINT and SIGTERM, POCO blocks SIGPIPE, and a shell may have left SIGINT
+  // ignored: none of that reaches the command.
+  static const posix_spawnattr_t* const attributes = [] {
+    static posix_spawnattr_t made;
+    ::posix_spawnattr_init(&made);
+    sigset_t none;
+    sigemptyset(&none);
+    sigset_t reset;
+    sigemptyset(&reset);
+    for (int s : {SIGINT, SIGTERM, SIGPIPE}) sigaddset(&reset, s);
+    ::posix_spawnattr_setsigmask(&made, &none);
+    ::posix_spawnattr_setsigdefault(&made, &reset);
+    ::posix_spawnattr_setflags(&made, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    return &made;
+  }();
   pid_t child = 0;
-  if (::posix_spawnp(&child, raw[0], nullptr, nullptr, raw.data(), environ) != 0) return 127;
+  const int error = g_session.Spawn(raw.data(), attributes, child);
+  if (error == ECANCELED) return false;
+  if (error != 0) {
+    result.error = "cannot run " + argv[0] + ": " + std::strerror(error);
+    return true;
+  }
+  siginfo_t info{};
+  while (::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 &&
+         errno == EINTR) {
+  }
+  g_session.Ended();
   int status = 0;
   while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
-  if (WIFEXITED(status)) return WEXITSTATUS(status);
-  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : 1;
+  result.ran = true;
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return true;
 }
 
-std::map<std::string, std::string> g_waiting;
+// Deletes a delivered entry and, once it is gone, takes it out of the hot folder's list, so
+// that a new file of the same name is delivered. An entry that cannot be deleted stays listed,
+// so that its command does not run again at every scan.
+void Delete(VHotfolder& folder, const std::string& path, Result& result) {
+  const bool directory = path.size() > 1 && path.back() == '/';
+  try {
+    VFile(VPath(path.c_str())).Remove(directory);
+  } catch (const VException& e) {
+    result.error = std::string(e.Name()) + ": " + e.Message();
+    return;
+  } catch (const std::exception& e) {
+    result.error = e.what();
+    return;
+  }
+  result.deleted = true;
+  // The list matches a directory entry in directory form only while it is a directory.
+  const std::string listed = directory ? path.substr(0, path.size() - 1) : path;
+  folder.Remove(VFile(VPath(listed.c_str())), true);
+}
+
+// Names starting with "." and names matching an --ignore pattern.
+bool Ignored(const Options& options, std::string path) {
+  if (path.size() > 1 && path.back() == '/') path.pop_back();
+  const std::string name = path.substr(path.rfind('/') + 1);
+  if (!name.empty() && name[0] == '.') return true;
+  const std::string root = options.directory + "/";
+  const std::string below =
+      path.compare(0, root.size(), root) == 0 ? path.substr(root.size()) : path;
+  for (const std::string& glob : options.ignore) {
+    const bool whole = glob.find('/') != std::string::npos;
+    if (::fnmatch(glob.c_str(), (whole ? below : name).c_str(), whole ? FNM_PATHNAME : 0) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
 
 std::string Now() {
   const std::time_t now = std::time(nullptr);
@@ -262,28 +600,75 @@ std::string Now() {
   return buffer;
 }
 
+// Writes one record to stdout; output that cannot be written stops the tool, as nobody would
+// learn what the next commands did.
+void Write(const std::string& record) {
+  if (std::fwrite(record.data(), 1, record.size(), stdout) == record.size() &&
+      std::fflush(stdout) == 0) {
+    return;
+  }
+  const int error = errno;
+  std::fprintf(stderr, "vantu-hotfolder: cannot write the output: %s\n", std::strerror(error));
+  g_failed = true;
+  g_session.Stop(0, false);
+}
+
+void Report(const Options& options, const std::string& path, const Result& result) {
+  const bool exec = !options.exec.empty();
+  std::string record;
+  if (options.json) {
+    record = "{\"path\": " + JsonString(path) + ", \"time\": \"" + Now() + "\"";
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error)) {
+      const auto size = std::filesystem::file_size(path, error);
+      if (!error) record += ", \"size\": " + std::to_string(size);
+    }
+    if (exec) {
+      record += ", \"status\": " + (result.ran ? std::to_string(result.status) : "null") +
+                ", \"deleted\": " + (result.deleted ? "true" : "false");
+      if (!result.error.empty()) record += ", \"error\": " + JsonString(result.error);
+    }
+    record += "}\n";
+  } else {
+    record = path;
+    if (exec) {
+      record += options.null ? '\0' : '\t';
+      if (!result.ran) {
+        record += "not run: " + result.error;
+      } else {
+        record += "exit " + std::to_string(result.status);
+        if (result.deleted) record += "\tdeleted";
+        if (!result.error.empty()) record += "\tnot deleted: " + result.error;
+      }
+    }
+    record += options.null ? '\0' : '\n';
+  }
+  Write(record);
+}
+
+std::map<std::string, std::string> g_waiting;
+
 void Handle(const Options& options, VHotfolder& folder, const std::string& path) {
   g_waiting.erase(path);
-  int status = -1;
-  if (!options.exec.empty()) status = Run(options, path);
-  const bool deleted = status == 0 && options.deleteAfter;
-  if (deleted) folder.Remove(VFile(VPath(path.c_str())), false);
-  if (options.json) {
-    std::error_code error;
-    const auto size = std::filesystem::is_regular_file(path, error)
-                          ? static_cast<long long>(std::filesystem::file_size(path, error))
-                          : -1LL;
-    std::printf("{\"path\": %s, \"time\": \"%s\"", JsonString(path).c_str(), Now().c_str());
-    if (size >= 0 && !deleted) std::printf(", \"size\": %lld", size);
-    if (!options.exec.empty())
-      std::printf(", \"status\": %d, \"deleted\": %s", status, deleted ? "true" : "false");
-    std::printf("}\n");
-  } else if (options.exec.empty()) {
-    std::printf("%s\n", path.c_str());
-  } else {
-    std::printf("%s\texit %d%s\n", path.c_str(), status, deleted ? "\tdeleted" : "");
+  if (Ignored(options, path)) return;
+  Result result;
+  if (!options.exec.empty()) {
+    if (!Run(options, path, result)) return;  // stopped first: left for the next run
+    if (!result.ran) {
+      Record(&VLog::Error, "Cannot run the command for " + path + ": " + result.error);
+    } else if (result.status != 0) {
+      Record(&VLog::Warning,
+             "The command for " + path + " ended with status " + std::to_string(result.status));
+    } else {
+      Record(&VLog::Information, "The command for " + path + " succeeded");
+      if (options.deleteAfter) Delete(folder, path, result);
+      if (!result.error.empty()) {
+        Record(&VLog::Error, "Cannot delete " + path + ": " + result.error);
+      }
+    }
+    g_failed = g_failed || result.status != 0 || !result.error.empty();
   }
-  std::fflush(stdout);
+  Report(options, path, result);
 }
 
 // g_waiting holds the last reason printed for each waiting path: a reason is printed again
@@ -292,155 +677,127 @@ void Note(const Options& options, const std::string& note) {
   if (!options.verbose) return;
   const size_t split = note.rfind(": waiting, ");
   if (split != std::string::npos) {
-    std::string& last = g_waiting[note.substr(0, split)];
+    const std::string path = note.substr(0, split);
+    if (Ignored(options, path)) return;
+    std::string& last = g_waiting[path];
     if (last == note) return;
     last = note;
   }
   if (options.json) {
-    std::printf("{\"waiting\": %s}\n", JsonString(note).c_str());
+    Write("{\"waiting\": " + JsonString(note) + "}\n");
   } else {
     std::fprintf(stderr, "%s\n", note.c_str());
   }
-  std::fflush(stdout);
 }
 
-bool Parse(int argc, char** argv, Options& options) {
-  bool sawDirectory = false;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    auto value = [&](const char* name) -> const char* {
-      if (i + 1 >= argc) {
-        std::fprintf(stderr, "vantu-hotfolder: %s needs a value\n", name);
-        return nullptr;
-      }
-      return argv[++i];
-    };
-    if (arg == "--help" || arg == "-h") {
-      std::fputs(kUsage, stdout);
-      std::exit(0);
-    } else if (arg == "--recursive") {
-      options.recursive = true;
-    } else if (arg == "--group-folders") {
-      options.groupFolders = true;
-    } else if (arg == "--period") {
-      const char* v = value("--period");
-      char* end = nullptr;
-      const long ms = v ? std::strtol(v, &end, 10) : 0;
-      if (v == nullptr || *end != '\0' || ms < 1 || ms > 86400000) {
-        std::fprintf(stderr, "vantu-hotfolder: --period takes milliseconds, 1 to 86400000\n");
-        return false;
-      }
-      options.period = static_cast<int>(ms);
-    } else if (arg == "--exec") {
-      const char* v = value("--exec");
-      if (v == nullptr || *v == '\0') return false;
-      options.exec = v;
-    } else if (arg == "--shell") {
-      options.shell = true;
-    } else if (arg == "--delete") {
-      options.deleteAfter = true;
-    } else if (arg == "--keep") {
-      options.deleteAfter = false;
-    } else if (arg == "--log") {
-      const char* v = value("--log");
-      if (v == nullptr) return false;
-      options.logDir = v;
-    } else if (arg == "--once") {
-      options.once = true;
-    } else if (arg == "--json") {
-      options.json = true;
-    } else if (arg == "--verbose") {
-      options.verbose = true;
-    } else if (!arg.empty() && arg[0] == '-') {
-      std::fprintf(stderr, "vantu-hotfolder: unknown option %s\n%s", arg.c_str(), kUsage);
-      return false;
-    } else if (!sawDirectory) {
-      options.directory = arg;
-      sawDirectory = true;
-    } else {
-      std::fprintf(stderr, "vantu-hotfolder: one directory only\n");
-      return false;
+// Ends the process by `signal`'s default action, as a caller's shell expects of a tool that
+// a signal stopped.
+[[noreturn]] void EndBy(int signal) {
+  ::signal(signal, SIG_DFL);
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signal);
+  pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  ::raise(signal);
+  std::_Exit(128 + signal);
+}
+
+// The signal thread: the first SIGINT or SIGTERM stops the tool, a second one ends it at once.
+// Each is passed on to the running command, unless the terminal sent it: the terminal signals
+// the whole foreground process group, command included. The main thread ends this thread
+// with a SIGTERM of its own, the only one that carries this process's id.
+void WatchSignals(sigset_t signals) {
+  for (int received = 0;;) {
+    siginfo_t info{};
+    const int signal = ::sigwaitinfo(&signals, &info);
+    if (signal < 0) continue;
+    if (info.si_code != SI_KERNEL && info.si_pid == ::getpid()) return;
+    g_session.Stop(signal, info.si_code != SI_KERNEL);
+    if (++received == 2) EndBy(signal);
+  }
+}
+
+// The log goes to --log DIR, or with --verbose alone to a private folder removed at exit.
+bool OpenLog(const Options& options, std::unique_ptr<VLog>& log, std::string& privateLog) {
+  if (options.logDir.empty() && !options.verbose) return true;
+  std::string folder = options.logDir;
+  if (folder.empty()) {
+    char pattern[] = "/tmp/vantu-hotfolder-XXXXXX";
+    if (::mkdtemp(pattern) == nullptr) return Fail("cannot make a folder for --verbose's log");
+    privateLog = folder = pattern;
+  } else {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!std::ofstream(folder + "/vantu-hotfolder.log", std::ios::app)) {
+      return Fail("cannot write the log " + folder + "/vantu-hotfolder.log");
     }
   }
-  if (options.shell && options.exec.empty()) {
-    std::fprintf(stderr, "vantu-hotfolder: --shell needs --exec\n");
-    return false;
-  }
+  log = std::make_unique<VLog>();
+  log->SetFolder(VPath(folder.c_str()));
+  log->SetName(VString("vantu-hotfolder"));
+  log->SetLevel(options.logLevel != 0 ? options.logLevel : kInformation);
+  if (options.verbose) log->SetListener(OnTrace, nullptr);
+  VLog::SetCurrent(log.get());
   return true;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  if (!Parse(argc, argv, options)) return 2;
-
-  std::error_code error;
-  std::filesystem::create_directories(options.directory, error);
-  if (!std::filesystem::is_directory(options.directory)) {
-    std::fprintf(stderr, "vantu-hotfolder: cannot use directory %s\n", options.directory.c_str());
-    return 1;
-  }
-  const std::string directory = std::filesystem::absolute(options.directory).lexically_normal();
-
-  // SIGINT and SIGTERM are taken by a thread of their own, so every other thread ignores them.
+  // Blocked here, before any thread starts, so that only the signal thread takes them.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-  // The trace goes to --log DIR, or with --verbose alone to a private folder removed at exit.
+  Options options;
+  if (!Parse(argc, argv, options)) return 2;
+  std::error_code error;
+  std::filesystem::create_directories(options.directory, error);
+  if (!std::filesystem::is_directory(options.directory)) {
+    Fail("cannot use directory " + options.directory);
+    return 2;
+  }
+  options.directory = std::filesystem::absolute(options.directory).lexically_normal();
+  if (options.directory.size() > 1 && options.directory.back() == '/') {
+    options.directory.pop_back();
+  }
   std::string privateLog;
   std::unique_ptr<VLog> log;
-  if (!options.logDir.empty() || options.verbose) {
-    std::string folder = options.logDir;
-    if (folder.empty()) {
-      char pattern[] = "/tmp/vantu-hotfolder-XXXXXX";
-      if (::mkdtemp(pattern) != nullptr) privateLog = folder = pattern;
-    }
-    log = std::make_unique<VLog>();
-    log->SetFolder(VPath(folder.c_str()));
-    log->SetName(VString("vantu-hotfolder"));
-    log->SetLevel(6);
-    if (options.verbose) log->SetListener(OnTrace, nullptr);
-    VLog::SetCurrent(log.get());
-  }
+  if (!OpenLog(options, log, privateLog)) return 2;
 
+  std::thread signalThread(WatchSignals, signals);
   VHotfolder folder;
-  folder.SetPath(VPath(directory.c_str()));
+  folder.SetPath(VPath(options.directory.c_str()));
   folder.SetTimeMilliseconds(options.period);
   folder.SetRecursive(options.recursive);
   folder.SetGroupFolders(options.groupFolders);
   folder.SetCallback(OnDelivery);
   folder.Enable(true);
-
+  std::thread scanner;
   if (options.once) {
-    folder.CheckFolderChanges();
-    for (auto& [line, delivery] : g_inbox.TakeNow()) {
-      delivery ? Handle(options, folder, line) : Note(options, line);
-    }
-  } else {
-    std::thread signalWaiter([&signals] {
-      int received = 0;
-      sigwait(&signals, &received);
-      g_inbox.Stop();
+    scanner = std::thread([&folder] {
+      folder.CheckFolderChanges();
+      g_session.Finish();
     });
+  } else {
     folder.Start();
-    std::fprintf(stderr, "vantu-hotfolder: watching %s (Ctrl-C to stop)\n", directory.c_str());
-    std::deque<std::pair<std::string, bool>> items;
-    while (g_inbox.Take(items)) {
-      for (auto& [line, delivery] : items) {
-        delivery ? Handle(options, folder, line) : Note(options, line);
-      }
-      items.clear();
-    }
-    folder.Stop();
-    signalWaiter.join();
+    std::fprintf(stderr, "vantu-hotfolder: watching %s (Ctrl-C to stop)\n",
+                 options.directory.c_str());
   }
+  Item item;
+  while (g_session.Take(item)) {
+    item.delivery ? Handle(options, folder, item.text) : Note(options, item.text);
+  }
+  folder.Stop();  // ends a scan in progress
+  if (scanner.joinable()) scanner.join();
 
   VLog::SetCurrent(nullptr);
   log.reset();  // every queued line written
   if (!privateLog.empty()) std::filesystem::remove_all(privateLog, error);
-  return 0;
+  pthread_kill(signalThread.native_handle(), SIGTERM);
+  signalThread.join();
+  if (const int signal = g_session.StopSignal()) EndBy(signal);
+  return g_failed ? 1 : 0;
 }
