@@ -560,7 +560,7 @@ bool Run(const Options& options, const std::string& path, Result& result) {
 void Delete(VHotfolder& folder, const std::string& path, Result& result) {
   const bool directory = path.size() > 1 && path.back() == '/';
   try {
-    VFile(VPath(path.c_str())).Remove(directory);
+    VFile(VPath::FromFileSystem(path)).Remove(directory);
   } catch (const VException& e) {
     result.error = std::string(e.Name()) + ": " + e.Message();
     return;
@@ -571,7 +571,7 @@ void Delete(VHotfolder& folder, const std::string& path, Result& result) {
   result.deleted = true;
   // The list matches a directory entry in directory form only while it is a directory.
   const std::string listed = directory ? path.substr(0, path.size() - 1) : path;
-  folder.Remove(VFile(VPath(listed.c_str())), true);
+  folder.Remove(VFile(VPath::FromFileSystem(listed)), true);
 }
 
 // Names starting with "." and names matching an --ignore pattern.
@@ -733,7 +733,7 @@ bool OpenLog(const Options& options, std::unique_ptr<VLog>& log, std::string& pr
     }
   }
   log = std::make_unique<VLog>();
-  log->SetFolder(VPath(folder.c_str()));
+  log->SetFolder(VPath::FromFileSystem(folder));
   log->SetName(VString("vantu-hotfolder"));
   log->SetLevel(options.logLevel != 0 ? options.logLevel : kInformation);
   if (options.verbose) log->SetListener(OnTrace, nullptr);
@@ -769,7 +769,7 @@ int main(int argc, char** argv) {
 
   std::thread signalThread(WatchSignals, signals);
   VHotfolder folder;
-  folder.SetPath(VPath(options.directory.c_str()));
+  folder.SetPath(VPath::FromFileSystem(options.directory));
   folder.SetTimeMilliseconds(options.period);
   folder.SetRecursive(options.recursive);
   folder.SetGroupFolders(options.groupFolders);

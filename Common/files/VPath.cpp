@@ -49,6 +49,12 @@ VPath& VPath::operator=(const VPath& other) {
 }
 VPath::~VPath() = default;
 
+VPath VPath::FromFileSystem(const char* bytes, size_t length) {
+  return MakePath(std::string(bytes, length), UTF8);
+}
+
+VPath VPath::FromFileSystem(const std::string& bytes) { return MakePath(bytes, UTF8); }
+
 // The folders from the environment are file-system bytes: kept as they are, in UTF8.
 VPath VPath::GetAppDataPath() {
   try {

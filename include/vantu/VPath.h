@@ -22,6 +22,7 @@
 #ifndef VANTU_VPATH_H
 #define VANTU_VPATH_H
 
+#include <cstddef>
 #include <string>
 
 #include <vantu/Export.h>
@@ -38,6 +39,11 @@ class VANTU_API VPath : public VString {
   VPath(const wchar_t* text);      // NOLINT(google-explicit-constructor)
   VPath& operator=(const VPath& other);
   ~VPath() override;
+
+  // A path holding exactly these file-system bytes (a hot folder's callback path, a name read
+  // from a directory), as UTF8 text that is not normalised: it names the same file.
+  static VPath FromFileSystem(const char* bytes, size_t length);
+  static VPath FromFileSystem(const std::string& bytes);
 
   // The user's application-data folder ($XDG_DATA_HOME, else ~/.local/share/), ending in a
   // separator; empty when it cannot be determined. UTF8, the environment's bytes as they are.

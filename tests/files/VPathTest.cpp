@@ -155,6 +155,14 @@ TEST(VPathTest, NamesThatAreNotNFCOrNotUTF8StayReachable) {
   EXPECT_TRUE(VFile(decomposed.c_str()).IsFile());
   EXPECT_EQ(VFile(invalid.c_str()).GetSize(), 2u);
   EXPECT_EQ(VPath(invalid.c_str()).GetFileName().GetString(), "bad\xFF\xFE.txt");
+  for (const std::string& name : {decomposed, invalid,
+                                  dir.Write("\xEF\xBB\xBF"
+                                            "bom",
+                                            "3")}) {
+    const VPath path = VPath::FromFileSystem(name);
+    EXPECT_EQ(vantu::internal::PathBytes(path), name);
+    EXPECT_TRUE(VFile(path).IsFile()) << name;
+  }
 }
 
 TEST(VPathTest, HostilePathsNeitherCrashNorThrow) {
