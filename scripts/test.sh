@@ -6,7 +6,8 @@
 #   4. builds again with AddressSanitizer + UndefinedBehaviorSanitizer and runs the tests;
 #   5. builds the concurrency tests (log, timer, hot folder) with ThreadSanitizer and runs them;
 #   6. installs the library into a staging prefix and builds and runs a consumer project
-#      against it, once through find_package(Vantu) and once through pkg-config.
+#      against it, once through find_package(Vantu) and once through pkg-config, and builds
+#      the README's tour both ways.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -49,11 +50,20 @@ rm -rf "$stage"
 cmake --install "$root/build-release" >/dev/null
 consumer="$root/build-release/consumer"
 rm -rf "$consumer"
-cmake -S "$root/tests/consumer" -B "$consumer" -DCMAKE_PREFIX_PATH="$stage" >/dev/null
+mkdir -p "$consumer"
+# The README's tour, as the page shows it: the C++ block under "## A short tour".
+tour="$consumer/tour.cpp"
+awk '/^## A short tour/ { t = 1 } t && /^```cpp/ { f = 1; next } f && /^```/ { exit } f' \
+  "$root/README.md" >"$tour"
+grep -q 'int main' "$tour" || { echo "README.md: no tour program found"; exit 1; }
+cmake -S "$root/tests/consumer" -B "$consumer" -DCMAKE_PREFIX_PATH="$stage" \
+  -DVANTU_TOUR_SOURCE="$tour" >/dev/null
 cmake --build "$consumer" -j "$jobs" >/dev/null
 "$consumer/vantu_consumer"
-PKG_CONFIG_PATH="$stage/lib/pkgconfig:$stage/lib/x86_64-linux-gnu/pkgconfig" \
-  sh -c 'c++ -std=c++17 "$0" $(pkg-config --cflags --libs vantu) -o "$1"' \
-  "$root/tests/consumer/main.cpp" "$consumer/vantu_consumer_pc"
-LD_LIBRARY_PATH="$stage/lib:$stage/lib/x86_64-linux-gnu" "$consumer/vantu_consumer_pc"
+for program in "$root/tests/consumer/main.cpp" "$tour"; do
+  PKG_CONFIG_PATH="$stage/lib/pkgconfig:$stage/lib/x86_64-linux-gnu/pkgconfig" \
+    sh -c 'c++ -std=c++17 "$0" $(pkg-config --cflags --libs vantu) -o "$1"' \
+    "$program" "$consumer/$(basename "$program" .cpp)_pc"
+done
+LD_LIBRARY_PATH="$stage/lib:$stage/lib/x86_64-linux-gnu" "$consumer/main_pc"
 echo "== all passed"
