@@ -81,8 +81,11 @@ TEST(VFileTest, RemovingATreeNeverFollowsALinkNotEvenOneSwappedInWhileItRuns) {
   for (int f = 0; f < 8; ++f) dir.Write("outside/f" + std::to_string(f), "precious");
   dir.Write("tree/file", "x");
   ASSERT_EQ(::symlink(outside.c_str(), (dir / "tree/link").c_str()), 0);
+  ASSERT_EQ(::symlink(outside.c_str(), (dir / "top").c_str()), 0);
   VFile((dir / "tree").c_str()).Remove(true);
+  VFile((dir / "top").c_str()).Remove(true);  // the link goes, not what it points to
   EXPECT_FALSE(std::filesystem::exists(dir / "tree"));
+  EXPECT_FALSE(std::filesystem::is_symlink(dir / "top"));
   EXPECT_TRUE(std::filesystem::exists(outside + "/f0"));
 
   for (int round = 0; round < 100; ++round) {
