@@ -1,6 +1,6 @@
 // Uses the installed library through its public headers only; exits non-zero on a fault.
-#include <vantu/vantu.hpp>
 #include <cstdio>
+#include <vantu/vantu.hpp>
 
 int main() {
   VString text("caf\xC3\xA9", UTF8);

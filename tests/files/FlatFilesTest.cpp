@@ -6,9 +6,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
+#include <future>
 #include <string>
 #include <thread>
 
@@ -72,9 +71,7 @@ TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
   std::thread swapper([&] {
     while (!stop) ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
   });
-  std::mutex mutex;
-  std::condition_variable finished;
-  bool done = false;
+  std::promise<void> finished;
   std::atomic<int> summed{0};
   std::thread reader([&] {
     // Until the file was summed at least once: a loaded machine may hold the swapper back.
@@ -83,15 +80,10 @@ TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
       vantu_GetFileInfo(path.c_str(), &crc);
       if (crc == 0xCBF43926u) ++summed;
     }
-    std::lock_guard<std::mutex> lock(mutex);
-    done = true;
-    finished.notify_one();
+    finished.set_value();
   });
-  bool blocked = false;
-  {
-    std::unique_lock<std::mutex> lock(mutex);
-    blocked = !finished.wait_for(lock, std::chrono::seconds(30), [&] { return done; });
-  }
+  const bool blocked =
+      finished.get_future().wait_for(std::chrono::seconds(30)) != std::future_status::ready;
   stop = true;
   swapper.join();
   if (blocked) {

@@ -15,6 +15,7 @@
 
 namespace {
 
+using vantu::test::RealPath;
 using vantu::test::RunningAsRoot;
 using vantu::test::TempDir;
 
@@ -39,13 +40,6 @@ int Record(VFile& entry, void* userData) {
 std::vector<std::string> Sorted(std::vector<std::string> v) {
   std::sort(v.begin(), v.end());
   return v;
-}
-
-std::string RealPath(const std::string& path) {
-  char* real = ::realpath(path.c_str(), nullptr);
-  const std::string resolved = real;
-  std::free(real);
-  return resolved;
 }
 
 class VDirectoryIteratorTest : public ::testing::Test {

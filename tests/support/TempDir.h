@@ -103,6 +103,14 @@ class HeldOpen {
 
 inline bool RunningAsRoot() { return ::geteuid() == 0; }
 
+// The path with every link resolved.
+inline std::string RealPath(const std::string& path) {
+  char* real = ::realpath(path.c_str(), nullptr);
+  const std::string resolved = real != nullptr ? real : "";
+  std::free(real);
+  return resolved;
+}
+
 // Sets an environment variable for the object's lifetime (XDG_DATA_HOME, so that no test writes
 // under the real home directory; TMPDIR).
 class EnvironmentAt {
