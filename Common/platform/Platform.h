@@ -28,14 +28,24 @@ void Utf16ToCodePage(const std::string& in, std::string& out);
 enum class FileKind { kMissing, kFile, kDirectory, kLinkToExisting, kOther };
 FileKind GetFileKind(const std::string& path);
 
-// The entries of a directory in the order the file system lists them, without "." and "..",
-// each with its kind (taken from the directory listing where the file system gives it, else
-// from lstat). Throws std::system_error when the directory cannot be opened or read.
-struct DirectoryEntry {
-  std::string name;
-  FileKind kind;
+// Reads a directory's entries in the order the file system lists them, without "." and "..",
+// each with its kind (taken from the listing where the file system gives it, else from fstatat
+// on the open directory). Allocates nothing per entry.
+class DirectoryReader {
+ public:
+  // Throws std::system_error (with errno) when the directory cannot be opened.
+  explicit DirectoryReader(const std::string& path);
+  ~DirectoryReader();
+  DirectoryReader(const DirectoryReader&) = delete;
+  DirectoryReader& operator=(const DirectoryReader&) = delete;
+
+  // The next entry: its name (valid until the next call) and kind; false at the end. Throws
+  // std::system_error when the directory cannot be read.
+  bool Next(const char*& name, FileKind& kind);
+
+ private:
+  void* dir_;  // DIR*
 };
-std::vector<DirectoryEntry> ListDirectory(const std::string& path);
 
 // Device and inode of what the path names (links followed).
 struct FileIdentity {

@@ -281,39 +281,50 @@ FileKind GetFileKind(const std::string& path) {
   return FileKind::kOther;
 }
 
-std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
-  DIR* dir = ::opendir(path.c_str());
-  if (dir == nullptr) throw std::system_error(errno, std::generic_category(), path);
-  std::vector<DirectoryEntry> entries;
-  const std::string prefix = path.empty() || path.back() == '/' ? path : path + "/";
+DirectoryReader::DirectoryReader(const std::string& path) : dir_(::opendir(path.c_str())) {
+  if (dir_ == nullptr) throw std::system_error(errno, std::generic_category(), path);
+}
+
+DirectoryReader::~DirectoryReader() { ::closedir(static_cast<DIR*>(dir_)); }
+
+bool DirectoryReader::Next(const char*& name, FileKind& kind) {
+  DIR* dir = static_cast<DIR*>(dir_);
   for (;;) {
     errno = 0;
     const dirent* entry = ::readdir(dir);
-    if (entry == nullptr) break;
-    const char* name = entry->d_name;
+    if (entry == nullptr) {
+      if (errno != 0) throw std::system_error(errno, std::generic_category(), "readdir");
+      return false;
+    }
+    name = entry->d_name;
     if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) continue;
-    FileKind kind;
     switch (entry->d_type) {
       case DT_REG:
         kind = FileKind::kFile;
-        break;
+        return true;
       case DT_DIR:
         kind = FileKind::kDirectory;
-        break;
+        return true;
       case DT_LNK:
       case DT_UNKNOWN:
-        kind = GetFileKind(prefix + name);
         break;
       default:
         kind = FileKind::kOther;
-        break;
+        return true;
     }
-    entries.push_back({name, kind});
+    struct stat info;
+    if (::fstatat(::dirfd(dir), name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      kind = FileKind::kMissing;
+    } else if (S_ISLNK(info.st_mode)) {
+      kind = ::fstatat(::dirfd(dir), name, &info, 0) == 0 ? FileKind::kLinkToExisting
+                                                          : FileKind::kOther;
+    } else {
+      kind = S_ISREG(info.st_mode)   ? FileKind::kFile
+             : S_ISDIR(info.st_mode) ? FileKind::kDirectory
+                                     : FileKind::kOther;
+    }
+    return true;
   }
-  const int error = errno;
-  ::closedir(dir);
-  if (error != 0) throw std::system_error(error, std::generic_category(), path);
-  return entries;
 }
 
 bool GetFileIdentity(const std::string& path, FileIdentity& identity) {

@@ -35,10 +35,6 @@ class VANTU_API VDirectoryIterator {
   int Iterate(const VFile& directory, bool recursive, void* userData, unsigned int depth);
 
  private:
-  struct Visited;
-  int Walk(const VFile& directory, bool recursive, void* userData, unsigned int depth,
-           Visited& visited);
-
   bool includeDirectories_;
   Callback callback_;
 };
