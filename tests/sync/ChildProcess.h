@@ -1,0 +1,91 @@
+// A helper process for the inter-process tests: runs the vantu_sync_child program (fork + exec)
+// and talks to it one line at a time.
+#ifndef VANTU_TESTS_SYNC_CHILDPROCESS_H
+#define VANTU_TESTS_SYNC_CHILDPROCESS_H
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace vantu::test {
+
+class ChildProcess {
+ public:
+  ChildProcess() {
+    int in[2];
+    int out[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(in[0], 0);
+      ::dup2(out[1], 1);
+      ::execl(VANTU_SYNC_CHILD, VANTU_SYNC_CHILD, static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    to_ = in[1];
+    from_ = out[0];
+  }
+  ~ChildProcess() {
+    if (pid_ > 0) Kill();
+    ::close(to_);
+    ::close(from_);
+  }
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  // Sends a command without waiting for its answer.
+  void Send(const std::string& command) {
+    const std::string line = command + "\n";
+    if (::write(to_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) std::abort();
+  }
+  // The next answer; empty when the child has gone.
+  std::string Answer() {
+    std::string line;
+    char c;
+    while (::read(from_, &c, 1) == 1 && c != '\n') line += c;
+    return line;
+  }
+  // The next answer if it comes within `milliseconds`; false when none comes.
+  bool AnswerWithin(int milliseconds, std::string& answer) {
+    pollfd ready{from_, POLLIN, 0};
+    if (::poll(&ready, 1, milliseconds) != 1) return false;
+    answer = Answer();
+    return true;
+  }
+  std::string Ask(const std::string& command) {
+    Send(command);
+    return Answer();
+  }
+  // Sends "exit" and returns the exit status.
+  int Exit() {
+    Send("exit");
+    return Reap();
+  }
+  void Kill() {
+    ::kill(pid_, SIGKILL);
+    Reap();
+  }
+
+ private:
+  int Reap() {
+    int status = 0;
+    ::waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
+
+  pid_t pid_ = -1;
+  int to_ = -1;
+  int from_ = -1;
+};
+
+}  // namespace vantu::test
+
+#endif  // VANTU_TESTS_SYNC_CHILDPROCESS_H

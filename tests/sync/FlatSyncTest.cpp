@@ -1,0 +1,95 @@
+// The flat event, named-event, thread and shared-memory functions.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include <vantu/vantu.h>
+
+#include "sync/ThreadCount.h"
+
+extern "C" int vantu_test_flat_sync_from_c(const char* name, char* failure, size_t size);
+
+namespace {
+
+std::string UniqueName(const char* what) {
+  return "vantu-test-" + std::to_string(::getpid()) + "-flat-" + what;
+}
+
+TEST(FlatSyncTest, EveryFunctionCalledFromC) {
+  char failure[512] = "";
+  EXPECT_EQ(vantu_test_flat_sync_from_c(UniqueName("c").c_str(), failure, sizeof(failure)), 0)
+      << failure;
+}
+
+TEST(FlatSyncTest, NullHandlesAndOneDestroyFunction) {
+  vantu_EventSet(nullptr);
+  vantu_EventReset(nullptr);
+  vantu_EventWait(nullptr);
+  vantu_EventDestroy(nullptr);
+  vantu_ThreadStart(nullptr, nullptr);
+  vantu_ThreadSetData(nullptr, 1);
+  EXPECT_EQ(vantu_ThreadGetData(nullptr), 0u);
+  EXPECT_EQ(vantu_SharedMemoryBeginData(nullptr), nullptr);
+  EXPECT_EQ(vantu_SharedMemoryEndData(nullptr), nullptr);
+  EXPECT_EQ(&vantu_NamedEventDestroy, &vantu_EventDestroy);
+  EXPECT_EQ(&vantu_SharedMemoryDestroy, &vantu_EventDestroy);
+  EXPECT_EQ(&vantu_ThreadDestroy, &vantu_EventDestroy);
+}
+
+TEST(FlatSyncTest, ARegionThatWasNotMadeThrowsMinusOneAtUse) {
+  for (void* region : {vantu_SharedMemoryCreate("", 100), vantu_SharedMemoryCreate(nullptr, 100),
+                       vantu_SharedMemoryCreate(UniqueName("zero").c_str(), 0)}) {
+    ASSERT_NE(region, nullptr);
+    EXPECT_THROW(vantu_SharedMemoryBeginData(region), int);
+    EXPECT_THROW(vantu_SharedMemoryEndData(region), int);
+    vantu_SharedMemoryDestroy(region);
+  }
+  for (void* event : {vantu_NamedEventCreate(nullptr), vantu_NamedEventCreate("")}) {
+    ASSERT_NE(event, nullptr);
+    vantu_NamedEventSet(event);
+    vantu_NamedEventWait(event);  // no event: returns at once
+    vantu_NamedEventDestroy(event);
+  }
+}
+
+TEST(FlatSyncTest, ManualResetEventReleasesEveryWaiterUntilReset) {
+  void* event = vantu_EventCreate();
+  std::atomic<int> released{0};
+  std::thread first([&] {
+    vantu_EventWait(event);
+    ++released;
+  });
+  std::thread second([&] {
+    vantu_EventWait(event);
+    ++released;
+  });
+  vantu_EventSet(event);
+  first.join();
+  second.join();
+  EXPECT_EQ(released.load(), 2);
+  vantu_EventWait(event);  // still set
+  vantu_EventDestroy(event);
+}
+
+TEST(FlatSyncTest, ThreadsRunTheirFunctionOrNothingAndLeave) {
+  const int before = vantu::test::ThreadCount();
+  void* thread = vantu_ThreadCreate();
+  vantu_ThreadStart(thread, nullptr);
+  vantu_ThreadDestroy(thread);
+  void* event = vantu_EventCreate();
+  thread = vantu_ThreadCreate();
+  vantu_ThreadSetData(thread, reinterpret_cast<uintptr_t>(event));
+  vantu_ThreadStart(thread, [](uintptr_t data) {
+    vantu_EventWait(reinterpret_cast<void*>(data));  // runs on after its handle is gone
+  });
+  vantu_ThreadDestroy(thread);
+  vantu_EventSet(event);
+  EXPECT_TRUE(vantu::test::ThreadCountReturnsTo(before));
+  vantu_EventDestroy(event);
+}
+
+}  // namespace
