@@ -7,6 +7,7 @@
 
 #include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
+#include "platform/Threads.h"
 
 VThread::VThread()
     : thread_(vantu::internal::MakeSharedOrNull<Poco::Thread>()),
@@ -40,13 +41,15 @@ void VThread::Start(Function function) {
     throw VantuRuntimeException("Thread already running", 0);
   }
   try {
-    // The function of the last start has returned; collect its thread before making another.
-    if (worker.started_) thread_->join();
     worker.data_.store(data_.load(std::memory_order_relaxed), std::memory_order_relaxed);
     worker.function_.store(function, std::memory_order_relaxed);
     worker.runningThread_ = thread_;
     worker.runningSelf_ = worker_;
+    // POCO starts a finished thread again on the same object and then detaches only the new
+    // system thread: the previous one, whose function has returned, is detached here.
+    const Poco::Thread::TID previous = thread_->tid();
     thread_->start(worker);
+    if (worker.started_) vantu::platform::DetachThread(previous);
     worker.started_ = true;
   } catch (...) {
     worker.runningThread_.reset();

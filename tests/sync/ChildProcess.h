@@ -45,11 +45,12 @@ class ChildProcess {
     const std::string line = command + "\n";
     if (::write(to_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) std::abort();
   }
-  // The next answer; empty when the child has gone.
+  // The next answer; empty when the child has gone or has not answered within 20 s.
   std::string Answer() {
     std::string line;
     char c;
-    while (::read(from_, &c, 1) == 1 && c != '\n') line += c;
+    pollfd ready{from_, POLLIN, 0};
+    while (::poll(&ready, 1, 20000) == 1 && ::read(from_, &c, 1) == 1 && c != '\n') line += c;
     return line;
   }
   // The next answer if it comes within `milliseconds`; false when none comes.
@@ -63,25 +64,29 @@ class ChildProcess {
     Send(command);
     return Answer();
   }
-  // Sends "exit" and returns the exit status.
+  // Sends "exit" and returns the exit status; a child still there after 20 s is killed.
   int Exit() {
     Send("exit");
-    return Reap();
+    for (int i = 0; i < 20000; ++i) {
+      if (::waitpid(pid_, &status_, WNOHANG) == pid_) return Reaped();
+      ::usleep(1000);
+    }
+    return Kill();
   }
-  void Kill() {
+  int Kill() {
     ::kill(pid_, SIGKILL);
-    Reap();
+    ::waitpid(pid_, &status_, 0);
+    return Reaped();
   }
 
  private:
-  int Reap() {
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
+  int Reaped() {
     pid_ = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
   }
 
   pid_t pid_ = -1;
+  int status_ = 0;
   int to_ = -1;
   int from_ = -1;
 };

@@ -80,16 +80,23 @@ TEST(FlatSyncTest, ThreadsRunTheirFunctionOrNothingAndLeave) {
   void* thread = vantu_ThreadCreate();
   vantu_ThreadStart(thread, nullptr);
   vantu_ThreadDestroy(thread);
-  void* event = vantu_EventCreate();
+  struct Events {
+    void* go = vantu_EventCreate();
+    void* done = vantu_EventCreate();
+  } events;
   thread = vantu_ThreadCreate();
-  vantu_ThreadSetData(thread, reinterpret_cast<uintptr_t>(event));
+  vantu_ThreadSetData(thread, reinterpret_cast<uintptr_t>(&events));
   vantu_ThreadStart(thread, [](uintptr_t data) {
-    vantu_EventWait(reinterpret_cast<void*>(data));  // runs on after its handle is gone
+    auto* events = reinterpret_cast<Events*>(data);
+    vantu_EventWait(events->go);  // runs on after its handle is gone
+    vantu_EventSet(events->done);
   });
   vantu_ThreadDestroy(thread);
-  vantu_EventSet(event);
+  vantu_EventSet(events.go);
+  vantu_EventWait(events.done);
   EXPECT_TRUE(vantu::test::ThreadCountReturnsTo(before));
-  vantu_EventDestroy(event);
+  vantu_EventDestroy(events.go);
+  vantu_EventDestroy(events.done);
 }
 
 }  // namespace

@@ -241,13 +241,13 @@ TEST_F(NamedObjectsTest, AForkedChildThatLeavesDoesNotRemoveTheName) {
 }
 
 TEST_F(NamedObjectsTest, TheLastHandleReleasesALockItsThreadStillHolds) {
+  ChildProcess other;  // holds the mutex open, so it outlives this process's handle
+  ASSERT_EQ(other.Ask("open " + name_ + " " + std::to_string(kSize)), "ok");
   auto mutex = std::make_unique<VNamedMutex>(name_);
   mutex->Lock();
   mutex->Lock();
   std::thread([&] { EXPECT_THROW(mutex->Unlock(), VantuRuntimeException); }).join();
   mutex.reset();
-  ChildProcess other;
-  ASSERT_EQ(other.Ask("open " + name_ + " " + std::to_string(kSize)), "ok");
   other.Send("lock");
   std::string answer;
   EXPECT_TRUE(other.AnswerWithin(10000, answer));
