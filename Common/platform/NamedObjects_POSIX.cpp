@@ -104,13 +104,10 @@ void InitMutex(pthread_mutex_t* mutex, bool recursive) {
 }
 
 // Locks a robust mutex; a lock whose holder died is made consistent and is the caller's.
-// Returns true in that case.
-bool LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
+void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
   int error = pthread_mutex_lock(mutex);
-  const bool ownerDied = error == EOWNERDEAD;
-  if (ownerDied) error = pthread_mutex_consistent(mutex);
+  if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
   if (error != 0) throw Error(error, "cannot lock " + systemName);
-  return ownerDied;
 }
 
 long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
@@ -228,15 +225,10 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
   // other holder is left (the exclusive, non-blocking flock succeeds; on Linux a failed attempt
   // drops this holder's shared lock, so of holders leaving together the last one succeeds).
   void Close() {
-    if (kind == Kind::kMutex) {
-      const pthread_t holder = owner.load(std::memory_order_relaxed);
-      if (holder == pthread_self()) {
-        for (; depth > 0; --depth) pthread_mutex_unlock(&As<MutexBlock>()->mutex);
-      } else if (holder != pthread_t()) {
-        // Another thread of this process still holds the lock through this mapping: keep the
-        // mapping and the descriptor, so the lock passes on when that thread ends.
-        return;
-      }
+    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) {
+      // That thread still holds the lock through this mapping: keep the mapping and the
+      // descriptor, so the lock passes on when the thread ends.
+      return;
     }
     ::munmap(mapping.base, mapping.size);
     if (!inherited && ::flock(fd, LOCK_EX | LOCK_NB) == 0) ::shm_unlink(systemName.c_str());
@@ -250,9 +242,25 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
   bool registered = false;
   // A forked child that could not take a lock of its own: it never unlinks the name.
   bool inherited = false;
-  // Mutex objects: the thread of this process that holds the lock, and how many times.
-  std::atomic<pthread_t> owner{pthread_t()};
-  unsigned depth = 0;
+
+ private:
+  // Releases every level of the lock that the calling thread holds (a trylock adds one level
+  // or takes the free mutex; unlocking until EPERM gives them all back). Then tells whether
+  // another thread of this process holds the lock.
+  bool HeldByAnotherThreadOfThisProcess() {
+    pthread_mutex_t* mutex = &As<MutexBlock>()->mutex;
+    const int error = pthread_mutex_trylock(mutex);
+    if (error == 0 || error == EOWNERDEAD) {
+      if (error == EOWNERDEAD) pthread_mutex_consistent(mutex);
+      while (pthread_mutex_unlock(mutex) == 0) {
+      }
+      return false;
+    }
+    // The holder's thread identifier (glibc keeps it in the mutex): one of this process's?
+    const int holder = mutex->__data.__owner;
+    const std::string task = "/proc/self/task/" + std::to_string(holder);
+    return error == EBUSY && holder > 0 && ::access(task.c_str(), F_OK) == 0;
+  }
 };
 
 namespace {
@@ -275,8 +283,6 @@ void AfterForkInChild() {
   Registry& registry = TheRegistry();
   for (auto& entry : registry.objects) {
     NamedObject& object = *entry.second;
-    object.owner.store(pthread_t(), std::memory_order_relaxed);
-    object.depth = 0;
     char path[32] = "/proc/self/fd/";
     char digits[16];
     int length = 0;
@@ -409,21 +415,12 @@ NamedMutex::NamedMutex(const std::string& name) : object_(Acquire(Kind::kMutex, 
 
 NamedMutex::~NamedMutex() = default;
 
-void NamedMutex::Lock() {
-  NamedObject& object = *object_;
-  if (LockRobust(&object.As<MutexBlock>()->mutex, object.systemName)) object.depth = 0;
-  object.owner.store(pthread_self(), std::memory_order_relaxed);
-  ++object.depth;
-}
+void NamedMutex::Lock() { LockRobust(&object_->As<MutexBlock>()->mutex, object_->systemName); }
 
 void NamedMutex::Unlock() {
-  NamedObject& object = *object_;
-  if (object.owner.load(std::memory_order_relaxed) != pthread_self()) {
-    throw Error(EPERM, "cannot unlock " + object.systemName);
-  }
-  if (--object.depth == 0) object.owner.store(pthread_t(), std::memory_order_relaxed);
-  const int error = pthread_mutex_unlock(&object.As<MutexBlock>()->mutex);
-  if (error != 0) throw Error(error, "cannot unlock " + object.systemName);
+  // EPERM when the calling thread does not hold it.
+  const int error = pthread_mutex_unlock(&object_->As<MutexBlock>()->mutex);
+  if (error != 0) throw Error(error, "cannot unlock " + object_->systemName);
 }
 
 NamedEvent::NamedEvent(const std::string& name) : object_(Acquire(Kind::kEvent, name, 0)) {}
