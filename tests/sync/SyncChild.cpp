@@ -3,10 +3,10 @@
 //   open <name> <size>   opens the named mutex, the named event and the region called <name>
 //   read                 the text at offset 64 of the region
 //   write <text>         writes the text at offset 64
-//   counter              the 64-bit counter at offset 0
 //   lock | unlock | set | wait
 //   count <n>            n times: lock, counter + 1 (a plain read and write), unlock
 //   pong <n>             n times: wait for "<name>.ping", counter + 1, set "<name>.pong"
+//   try <name> <size>    "mutex:<ok|denied> region:<ok|none>": whether this process may open them
 //   exit                 leaves, destroying everything
 // Answers "ok" (or the value asked for) once the command is done.
 #include <cstdint>
@@ -16,6 +16,7 @@
 #include <sstream>
 #include <string>
 
+#include <vantu/VException.h>
 #include <vantu/VNamedEvent.h>
 #include <vantu/VNamedMutex.h>
 #include <vantu/VSharedMemory.h>
@@ -45,8 +46,6 @@ int main() {
       std::string text;
       in >> text;
       std::strcpy(region->BeginData() + 64, text.c_str());
-    } else if (command == "counter") {
-      answer = std::to_string(*counter());
     } else if (command == "lock") {
       mutex->Lock();
     } else if (command == "unlock") {
@@ -68,6 +67,21 @@ int main() {
         ping.Wait();
         *counter() = *counter() + 1;
         pong.Set();
+      }
+    } else if (command == "try") {
+      int size = 0;
+      in >> name >> size;
+      try {
+        VNamedMutex mutex(name);
+        answer = "mutex:ok";
+      } catch (const VantuRuntimeException&) {
+        answer = "mutex:denied";
+      }
+      try {
+        VSharedMemory(name.c_str(), size).BeginData();
+        answer += " region:ok";
+      } catch (int) {
+        answer += " region:none";
       }
     } else if (command == "exit") {
       break;
