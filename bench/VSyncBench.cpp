@@ -89,29 +89,6 @@ void BM_ProcessSharedPthreadMutex(benchmark::State& state) {
 }
 BENCHMARK(BM_ProcessSharedPthreadMutex);
 
-void BM_VEventPingPong(benchmark::State& state) {
-  VEvent ping;
-  VEvent pong;
-  std::atomic<bool> stop{false};
-  std::thread partner([&] {
-    for (;;) {
-      ping.Wait();
-      if (stop) return;
-      pong.Set();
-    }
-  });
-  for (auto _ : state) {
-    ping.Set();
-    pong.Wait();
-  }
-  stop = true;
-  ping.Set();
-  partner.join();
-  state.counters["round_trips"] =
-      benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
-}
-BENCHMARK(BM_VEventPingPong)->UseRealTime();
-
 // One direction of a condition-variable ping-pong.
 struct Signal {
   std::mutex mutex;
@@ -131,43 +108,33 @@ struct Signal {
   }
 };
 
-void BM_ConditionVariablePingPong(benchmark::State& state) {
-  Signal ping;
-  Signal pong;
-  std::atomic<bool> stop{false};
-  std::thread partner([&] {
+// One direction of a semaphore ping-pong, in memory shared with a forked child.
+struct Semaphore {
+  Semaphore() { sem_init(&semaphore, 1, 0); }
+  ~Semaphore() { sem_destroy(&semaphore); }
+  void Set() { sem_post(&semaphore); }
+  void Wait() { sem_wait(&semaphore); }
+  sem_t semaphore;
+};
+
+// Round trips: this thread sets ping and waits for pong; the partner, another thread or a forked
+// process, waits for ping and sets pong until told to stop.
+template <typename Event>
+void PingPong(benchmark::State& state, Event& ping, Event& pong, bool process) {
+  auto* stop = SharedAnonymous<std::atomic<bool>>();
+  auto partner = [&] {
     for (;;) {
       ping.Wait();
-      if (stop) return;
+      if (stop->load()) return;
       pong.Set();
     }
-  });
-  for (auto _ : state) {
-    ping.Set();
-    pong.Wait();
-  }
-  stop = true;
-  ping.Set();
-  partner.join();
-  state.counters["round_trips"] =
-      benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
-}
-BENCHMARK(BM_ConditionVariablePingPong)->UseRealTime();
-
-void BM_VNamedEventPingPongBetweenProcesses(benchmark::State& state) {
-  const std::string name = UniqueName("event");
-  auto* stop = SharedAnonymous<std::atomic<bool>>();
-  VNamedEvent ping(name + ".ping");
-  VNamedEvent pong(name + ".pong");
-  const pid_t partner = ::fork();
-  if (partner == 0) {
-    VNamedEvent childPing(name + ".ping");
-    VNamedEvent childPong(name + ".pong");
-    for (;;) {
-      childPing.Wait();
-      if (stop->load()) break;
-      childPong.Set();
-    }
+  };
+  std::thread thread;
+  pid_t child = -1;
+  if (!process) {
+    thread = std::thread(partner);
+  } else if ((child = ::fork()) == 0) {
+    partner();
     ::_exit(0);
   }
   for (auto _ : state) {
@@ -176,43 +143,44 @@ void BM_VNamedEventPingPongBetweenProcesses(benchmark::State& state) {
   }
   stop->store(true);
   ping.Set();
-  ::waitpid(partner, nullptr, 0);
+  if (process) {
+    ::waitpid(child, nullptr, 0);
+  } else {
+    thread.join();
+  }
   ReleaseAnonymous(stop);
   state.counters["round_trips"] =
       benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
 }
+
+void BM_VEventPingPong(benchmark::State& state) {
+  VEvent ping;
+  VEvent pong;
+  PingPong(state, ping, pong, false);
+}
+BENCHMARK(BM_VEventPingPong)->UseRealTime();
+
+void BM_ConditionVariablePingPong(benchmark::State& state) {
+  Signal ping;
+  Signal pong;
+  PingPong(state, ping, pong, false);
+}
+BENCHMARK(BM_ConditionVariablePingPong)->UseRealTime();
+
+void BM_VNamedEventPingPongBetweenProcesses(benchmark::State& state) {
+  const std::string name = UniqueName("event");
+  VNamedEvent ping(name + ".ping");  // the child shares them by inheritance
+  VNamedEvent pong(name + ".pong");
+  PingPong(state, ping, pong, true);
+}
 BENCHMARK(BM_VNamedEventPingPongBetweenProcesses)->UseRealTime();
 
 void BM_SemaphorePairPingPongBetweenProcesses(benchmark::State& state) {
-  struct Pair {
-    sem_t ping;
-    sem_t pong;
-    std::atomic<bool> stop{false};
-  };
-  auto* pair = SharedAnonymous<Pair>();
-  sem_init(&pair->ping, 1, 0);
-  sem_init(&pair->pong, 1, 0);
-  const pid_t partner = ::fork();
-  if (partner == 0) {
-    for (;;) {
-      sem_wait(&pair->ping);
-      if (pair->stop.load()) break;
-      sem_post(&pair->pong);
-    }
-    ::_exit(0);
-  }
-  for (auto _ : state) {
-    sem_post(&pair->ping);
-    sem_wait(&pair->pong);
-  }
-  pair->stop.store(true);
-  sem_post(&pair->ping);
-  ::waitpid(partner, nullptr, 0);
-  sem_destroy(&pair->ping);
-  sem_destroy(&pair->pong);
-  ReleaseAnonymous(pair);
-  state.counters["round_trips"] =
-      benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
+  auto* ping = SharedAnonymous<Semaphore>();
+  auto* pong = SharedAnonymous<Semaphore>();
+  PingPong(state, *ping, *pong, true);
+  ReleaseAnonymous(ping);
+  ReleaseAnonymous(pong);
 }
 BENCHMARK(BM_SemaphorePairPingPongBetweenProcesses)->UseRealTime();
 

@@ -1,5 +1,5 @@
 // The platform object behind a handle class (VMutex, VEvent, VThread, the named objects), shared
-// by the handle's copies.
+// by the handle's copies, and the calls into it.
 #ifndef VANTU_INTERNAL_SHAREDHANDLE_H
 #define VANTU_INTERNAL_SHAREDHANDLE_H
 
@@ -19,6 +19,16 @@ std::shared_ptr<T> MakeSharedOrNull(Args&&... args) {
     return std::make_shared<T>(std::forward<Args>(args)...);
   } catch (const std::bad_alloc&) {
     return nullptr;
+  } catch (...) {
+    RethrowAsVantuException();
+  }
+}
+
+// Calls operation(); what it throws is rethrown as the matching VException.
+template <typename Operation>
+void Translated(Operation&& operation) {
+  try {
+    operation();
   } catch (...) {
     RethrowAsVantuException();
   }

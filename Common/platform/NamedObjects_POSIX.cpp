@@ -1,5 +1,7 @@
 #include "platform/NamedObjects.h"
 
+#include "platform/Descriptor.h"
+
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
@@ -114,22 +116,6 @@ long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
   return ::syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), operation, value, nullptr, nullptr,
                    0);
 }
-
-// Closes a descriptor unless released.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 struct Mapping {
   char* base = nullptr;

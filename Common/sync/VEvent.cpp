@@ -2,8 +2,9 @@
 
 #include <Poco/Event.h>
 
-#include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
+
+using vantu::internal::Translated;
 
 VEvent::VEvent(bool initiallySet, bool autoReset)
     : event_(vantu::internal::MakeSharedOrNull<Poco::Event>(
@@ -19,28 +20,13 @@ VEvent::VEvent(bool initiallySet, bool autoReset)
 VEvent::~VEvent() = default;
 
 void VEvent::Set() {
-  if (!event_) return;
-  try {
-    event_->set();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  if (event_) Translated([this] { event_->set(); });
 }
 
 void VEvent::Reset() {
-  if (!event_) return;
-  try {
-    event_->reset();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  if (event_) Translated([this] { event_->reset(); });
 }
 
 void VEvent::Wait() {
-  if (!event_) return;
-  try {
-    event_->wait();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  if (event_) Translated([this] { event_->wait(); });
 }

@@ -2,8 +2,9 @@
 
 #include <Poco/Mutex.h>
 
-#include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
+
+using vantu::internal::Translated;
 
 VMutex::VMutex() : mutex_(vantu::internal::MakeSharedOrNull<Poco::Mutex>()) {}
 
@@ -11,18 +12,10 @@ VMutex::~VMutex() = default;
 
 void VMutex::Lock() {
   if (!mutex_) throw -1;
-  try {
-    mutex_->lock();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  Translated([this] { mutex_->lock(); });
 }
 
 void VMutex::Unlock() {
   if (!mutex_) throw -1;
-  try {
-    mutex_->unlock();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  Translated([this] { mutex_->unlock(); });
 }

@@ -1,8 +1,9 @@
 #include <vantu/VNamedEvent.h>
 
-#include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
 #include "platform/NamedObjects.h"
+
+using vantu::internal::Translated;
 
 VNamedEvent::VNamedEvent(const std::string& name) {
   if (!name.empty()) event_ = vantu::internal::MakeSharedOrNull<vantu::platform::NamedEvent>(name);
@@ -11,19 +12,9 @@ VNamedEvent::VNamedEvent(const std::string& name) {
 VNamedEvent::~VNamedEvent() = default;
 
 void VNamedEvent::Set() {
-  if (!event_) return;
-  try {
-    event_->Set();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  if (event_) Translated([this] { event_->Set(); });
 }
 
 void VNamedEvent::Wait() {
-  if (!event_) return;
-  try {
-    event_->Wait();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  if (event_) Translated([this] { event_->Wait(); });
 }

@@ -1,8 +1,9 @@
 #include <vantu/VNamedMutex.h>
 
-#include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
 #include "platform/NamedObjects.h"
+
+using vantu::internal::Translated;
 
 VNamedMutex::VNamedMutex(const std::string& name) {
   if (!name.empty()) mutex_ = vantu::internal::MakeSharedOrNull<vantu::platform::NamedMutex>(name);
@@ -12,18 +13,10 @@ VNamedMutex::~VNamedMutex() = default;
 
 void VNamedMutex::Lock() {
   if (!mutex_) throw -1;
-  try {
-    mutex_->Lock();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  Translated([this] { mutex_->Lock(); });
 }
 
 void VNamedMutex::Unlock() {
   if (!mutex_) throw -1;
-  try {
-    mutex_->Unlock();
-  } catch (...) {
-    vantu::internal::RethrowAsVantuException();
-  }
+  Translated([this] { mutex_->Unlock(); });
 }
