@@ -48,7 +48,8 @@ struct Header {
   uint64_t dataSize;  // memory objects: the region's size
 };
 
-// "VNT" and the kind; a later layout would change the fourth byte's high bits.
+// "VNT" and the kind. A change of layout changes this word, so that objects of another layout
+// are refused rather than misread.
 constexpr uint32_t ReadyWord(Kind kind) { return 0x564E5400u | static_cast<uint32_t>(kind); }
 
 struct MutexBlock {
