@@ -1,7 +1,8 @@
 /* The flat C interface of libvantu.
  *
  * Conventions:
- * - The header compiles as C and as C++; every function has C linkage and never throws.
+ * - The header compiles as C and as C++; every function has C linkage and never throws, but for
+ *   vantu_ThreadStart and vantu_SharedMemoryBeginData/EndData, as noted there.
  * - Handles are opaque `void*` values made by a create function; one destroy function of the
  *   subsystem deletes them and ignores a null handle.
  * - Status results: 0 for success, -1 for a bad handle or a too-small buffer; questions answer
@@ -129,6 +130,52 @@ VANTU_API void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int
 /* Deletes a hot folder (stopping it and waiting for a scan in progress); NULL does nothing.
  * Never call it from the hot folder's own callback. */
 VANTU_API void vantu_DisposeHotFolder(void* handle);
+
+/* ---- Events, named events, threads and shared memory --------------------------------------- */
+
+/* A manual-reset event (a VEvent), not set; NULL when it cannot be made. Set, Reset and Wait do
+ * nothing for a null handle (Wait returns at once). Wait blocks without time-out. */
+VANTU_API void* vantu_EventCreate(void);
+VANTU_API void vantu_EventSet(void* handle);
+VANTU_API void vantu_EventReset(void* handle);
+VANTU_API void vantu_EventWait(void* handle);
+/* Deletes any handle of this section (event, named event, thread, shared memory); NULL does
+ * nothing; the caller's variable is not cleared. The four destroy functions are one function. */
+VANTU_API void vantu_EventDestroy(void* handle);
+
+/* An auto-reset event shared between processes by name (a VNamedEvent); NULL when it cannot be
+ * made. A null or empty name gives a handle whose Set and Wait do nothing. */
+VANTU_API void* vantu_NamedEventCreate(const char* name);
+/* Set and Wait do not check the handle: it must not be null. */
+VANTU_API void vantu_NamedEventSet(void* handle);
+VANTU_API void vantu_NamedEventWait(void* handle);
+VANTU_API void vantu_NamedEventDestroy(void* handle);
+
+/* A thread function; its argument is the thread's data. */
+typedef void (*vantu_ThreadFunction)(uintptr_t data);
+/* A thread (a VThread) that runs nothing yet; NULL when it cannot be made. */
+VANTU_API void* vantu_ThreadCreate(void);
+/* Starts function(data) on a new thread (a null function ends at once); a null handle does
+ * nothing. Exception to the rule above: from C++, a thread whose function still runs or that the
+ * system refuses throws VantuRuntimeException through this function, and a handle made without
+ * its thread throws a plain int -1. */
+VANTU_API void vantu_ThreadStart(void* handle, vantu_ThreadFunction function);
+/* Set the data before the start: a function already called does not see a later value. */
+VANTU_API void vantu_ThreadSetData(void* handle, uintptr_t data);
+/* The data; 0 for a null handle and for a new thread. */
+VANTU_API uintptr_t vantu_ThreadGetData(void* handle);
+/* Does not wait for the function: a running thread keeps what it uses until it returns. */
+VANTU_API void vantu_ThreadDestroy(void* handle);
+
+/* A region of `size` bytes shared between processes by name (a VSharedMemory). The handle is
+ * NULL only when memory runs out: a bad name or size gives a handle without a region. */
+VANTU_API void* vantu_SharedMemoryCreate(const char* name, int size);
+/* The region's first byte and one past its last; NULL for a null handle. Exception to the rule
+ * above: for a handle without a region they throw a plain int -1, so call them only on a region
+ * that was made. */
+VANTU_API char* vantu_SharedMemoryBeginData(void* handle);
+VANTU_API char* vantu_SharedMemoryEndData(void* handle);
+VANTU_API void vantu_SharedMemoryDestroy(void* handle);
 
 #ifdef __cplusplus
 }

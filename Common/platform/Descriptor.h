@@ -1,0 +1,30 @@
+// A file descriptor that closes when it leaves scope, unless released.
+#ifndef VANTU_PLATFORM_DESCRIPTOR_H
+#define VANTU_PLATFORM_DESCRIPTOR_H
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace vantu::platform {
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int get() const { return fd_; }
+  // Hands the descriptor over: it is no longer closed here.
+  int release() { return std::exchange(fd_, -1); }
+
+ private:
+  int fd_;
+};
+
+}  // namespace vantu::platform
+
+#endif  // VANTU_PLATFORM_DESCRIPTOR_H

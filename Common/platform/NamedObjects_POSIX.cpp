@@ -1,0 +1,458 @@
+#include "platform/NamedObjects.h"
+
+#include "platform/Descriptor.h"
+
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+
+namespace vantu::platform {
+namespace {
+
+enum class Kind : uint32_t { kMutex = 1, kEvent = 2, kMemory = 3 };
+
+const char* KindName(Kind kind) {
+  switch (kind) {
+    case Kind::kMutex:
+      return "mutex";
+    case Kind::kEvent:
+      return "event";
+    default:
+      return "memory";
+  }
+}
+
+// The start of every object. `ready` is written last, with a release store, once the rest is
+// built; an object whose word is still 0 is being built or was left half-built by a dead process.
+struct Header {
+  std::atomic<uint32_t> ready;
+  uint32_t reserved;
+  uint64_t dataSize;  // memory objects: the region's size
+};
+
+// "VNT" and the kind. A change of layout changes this word, so that objects of another layout
+// are refused rather than misread.
+constexpr uint32_t ReadyWord(Kind kind) { return 0x564E5400u | static_cast<uint32_t>(kind); }
+
+struct MutexBlock {
+  Header header;
+  pthread_mutex_t mutex;  // process-shared, robust, recursive
+};
+
+// The event waits on a futex word rather than a process-shared condition variable: glibc's
+// condition variable stops waking anyone (and blocks its signallers) once a waiter was killed
+// while it waited, which a named event must survive.
+struct EventBlock {
+  Header header;
+  pthread_mutex_t mutex;  // process-shared, robust; guards signalled and waiters
+  uint32_t signalled;
+  uint32_t waiters;  // may stay too high after a waiter died: that only costs a wake call
+  std::atomic<uint32_t> sequence;  // the futex word: moves at every Set that finds waiters
+};
+
+static_assert(std::atomic<uint32_t>::is_always_lock_free, "futex words must be plain words");
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex words are 32 bits");
+
+std::size_t PageSize() {
+  static const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  return page;
+}
+
+std::system_error Error(int code, const std::string& what) {
+  return std::system_error(code, std::generic_category(), what);
+}
+
+// The bytes an object of `kind` takes; the region's data starts on the second page.
+std::size_t TotalSize(Kind kind, std::size_t dataSize, const std::string& systemName) {
+  switch (kind) {
+    case Kind::kMutex:
+      return sizeof(MutexBlock);
+    case Kind::kEvent:
+      return sizeof(EventBlock);
+    default:
+      if (dataSize > static_cast<std::size_t>(std::numeric_limits<off_t>::max()) - PageSize()) {
+        throw Error(EFBIG, systemName);
+      }
+      return PageSize() + dataSize;
+  }
+}
+
+void InitMutex(pthread_mutex_t* mutex, bool recursive) {
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+  pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+  if (recursive) pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  const int error = pthread_mutex_init(mutex, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+  if (error != 0) throw Error(error, "pthread_mutex_init");
+}
+
+// Locks a robust mutex; a lock whose holder died is made consistent and is the caller's.
+void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
+  int error = pthread_mutex_lock(mutex);
+  if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
+  if (error != 0) throw Error(error, "cannot lock " + systemName);
+}
+
+long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
+  return ::syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), operation, value, nullptr, nullptr,
+                   0);
+}
+
+struct Mapping {
+  char* base = nullptr;
+  std::size_t size = 0;
+  std::size_t dataSize = 0;
+};
+
+Mapping MapShared(int fd, std::size_t size, const std::string& systemName) {
+  void* base = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (base == MAP_FAILED) throw Error(errno, systemName);
+  return Mapping{static_cast<char*>(base), size, 0};
+}
+
+// Builds the object as new on a descriptor held exclusively: zero bytes, then the contents, then
+// the ready word.
+Mapping Build(Kind kind, int fd, std::size_t dataSize, const std::string& systemName) {
+  const std::size_t total = TotalSize(kind, dataSize, systemName);
+  if (::ftruncate(fd, 0) != 0 || ::ftruncate(fd, static_cast<off_t>(total)) != 0) {
+    throw Error(errno, systemName);
+  }
+  // Reserve the pages now: a region the file system cannot hold fails here, not with SIGBUS later.
+  if (const int error = ::posix_fallocate(fd, 0, static_cast<off_t>(total)); error != 0) {
+    throw Error(error, systemName);
+  }
+  Mapping mapping = MapShared(fd, total, systemName);
+  try {
+    auto* header = new (mapping.base) Header{};
+    header->dataSize = dataSize;
+    if (kind == Kind::kMutex) {
+      InitMutex(&reinterpret_cast<MutexBlock*>(mapping.base)->mutex, true);
+    } else if (kind == Kind::kEvent) {
+      auto* block = reinterpret_cast<EventBlock*>(mapping.base);
+      block->signalled = 0;
+      block->waiters = 0;
+      new (&block->sequence) std::atomic<uint32_t>(0);
+      InitMutex(&block->mutex, false);
+    }
+    header->ready.store(ReadyWord(kind), std::memory_order_release);
+  } catch (...) {
+    ::munmap(mapping.base, mapping.size);
+    throw;
+  }
+  mapping.dataSize = dataSize;
+  return mapping;
+}
+
+// Maps an object that another holder built; an empty mapping when it is not (yet) built.
+Mapping MapBuilt(Kind kind, int fd, std::size_t dataSize, const std::string& systemName) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0) throw Error(errno, systemName);
+  const std::size_t size = static_cast<std::size_t>(status.st_size);
+  if (size < TotalSize(kind, 0, systemName)) return {};
+  Mapping mapping = MapShared(fd, size, systemName);
+  const auto* header = reinterpret_cast<const Header*>(mapping.base);
+  const uint32_t ready = header->ready.load(std::memory_order_acquire);
+  mapping.dataSize = static_cast<std::size_t>(header->dataSize);
+  if (ready == ReadyWord(kind) && kind == Kind::kMemory &&
+      (mapping.dataSize < dataSize || size - PageSize() < mapping.dataSize)) {
+    ::munmap(mapping.base, mapping.size);
+    throw Error(EINVAL, systemName + " is smaller than the size asked for");
+  }
+  if (ready != ReadyWord(kind)) {
+    ::munmap(mapping.base, mapping.size);
+    if (ready != 0) throw Error(EINVAL, systemName + " is not an object of this library");
+    return {};
+  }
+  return mapping;
+}
+
+// The name still refers to the object open on fd.
+bool StillNamed(int fd, const std::string& systemName) {
+  struct stat opened;
+  struct stat named;
+  const std::string path = "/dev/shm" + systemName;
+  return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &named) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+}  // namespace
+
+// One object mapped into this process, shared by every handle of the process that opened it.
+class NamedObject : public std::enable_shared_from_this<NamedObject> {
+ public:
+  NamedObject(Kind kind, std::string systemName, int fd, Mapping mapping)
+      : kind(kind), systemName(std::move(systemName)), fd(fd), mapping(mapping) {}
+
+  template <typename Block>
+  Block* As() const {
+    return reinterpret_cast<Block*>(mapping.base);
+  }
+
+  // Lets go of the object: unmaps it and closes the descriptor, unlinking the name first when no
+  // other holder is left (the exclusive, non-blocking flock succeeds; on Linux a failed attempt
+  // drops this holder's shared lock, so of holders leaving together the last one succeeds).
+  void Close() {
+    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) {
+      // That thread still holds the lock through this mapping: keep the mapping and the
+      // descriptor, so the lock passes on when the thread ends.
+      return;
+    }
+    ::munmap(mapping.base, mapping.size);
+    if (!inherited && ::flock(fd, LOCK_EX | LOCK_NB) == 0) ::shm_unlink(systemName.c_str());
+    ::close(fd);
+  }
+
+  const Kind kind;
+  const std::string systemName;
+  int fd;
+  const Mapping mapping;
+  bool registered = false;
+  // A forked child that could not take a lock of its own: it never unlinks the name.
+  bool inherited = false;
+
+ private:
+  // Releases every level of the lock that the calling thread holds (a trylock adds one level
+  // or takes the free mutex; unlocking until EPERM gives them all back). Then tells whether
+  // another thread of this process holds the lock.
+  bool HeldByAnotherThreadOfThisProcess() {
+    pthread_mutex_t* mutex = &As<MutexBlock>()->mutex;
+    const int error = pthread_mutex_trylock(mutex);
+    if (error == 0 || error == EOWNERDEAD) {
+      if (error == EOWNERDEAD) pthread_mutex_consistent(mutex);
+      while (pthread_mutex_unlock(mutex) == 0) {
+      }
+      return false;
+    }
+    // The holder's thread identifier (glibc keeps it in the mutex): one of this process's?
+    const int holder = mutex->__data.__owner;
+    const std::string task = "/proc/self/task/" + std::to_string(holder);
+    return error == EBUSY && holder > 0 && ::access(task.c_str(), F_OK) == 0;
+  }
+};
+
+namespace {
+
+// The objects this process holds, by system name. Opening and closing happen under the mutex,
+// which fork also takes, so a child never inherits an object half opened or half closed.
+struct Registry {
+  std::mutex mutex;
+  std::unordered_map<std::string, NamedObject*> objects;
+};
+
+Registry& TheRegistry();
+
+void BeforeFork() { TheRegistry().mutex.lock(); }
+void AfterForkInParent() { TheRegistry().mutex.unlock(); }
+
+// The child shares its parent's open file descriptions, and with them their locks: it reopens
+// each object to hold a lock of its own. Only async-signal-safe calls here.
+void AfterForkInChild() {
+  Registry& registry = TheRegistry();
+  for (auto& entry : registry.objects) {
+    NamedObject& object = *entry.second;
+    char path[32] = "/proc/self/fd/";
+    char digits[16];
+    int length = 0;
+    for (unsigned value = static_cast<unsigned>(object.fd); length == 0 || value != 0;
+         value /= 10) {
+      digits[length++] = static_cast<char>('0' + value % 10);
+    }
+    char* end = path + 14;
+    while (length > 0) *end++ = digits[--length];
+    *end = '\0';
+    const int fd = ::open(path, O_RDWR | O_CLOEXEC);
+    object.inherited =
+        fd < 0 || ::flock(fd, LOCK_SH | LOCK_NB) != 0 || ::dup3(fd, object.fd, O_CLOEXEC) < 0;
+    if (fd >= 0) ::close(fd);
+  }
+  registry.mutex.unlock();
+}
+
+Registry& TheRegistry() {
+  // Never destroyed: handles in static objects may close after the registry's destructor ran.
+  static Registry* const registry = [] {
+    pthread_atfork(BeforeFork, AfterForkInParent, AfterForkInChild);
+    return new Registry;
+  }();
+  return *registry;
+}
+
+void Release(NamedObject* object) {
+  if (object->registered) {
+    Registry& registry = TheRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto found = registry.objects.find(object->systemName);
+    if (found != registry.objects.end() && found->second == object) registry.objects.erase(found);
+    object->Close();
+  } else {
+    object->Close();
+  }
+  delete object;
+}
+
+// Opens the object, creating or rebuilding it when this process is its only holder.
+NamedObject* Open(Kind kind, const std::string& systemName, std::size_t dataSize) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+  for (;;) {
+    if (Clock::now() > deadline) throw Error(ETIMEDOUT, systemName + " is never built");
+    int fd = ::shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0 && errno == EEXIST) fd = ::shm_open(systemName.c_str(), O_RDWR | O_CLOEXEC, 0);
+    if (fd < 0 && errno == ENOENT) continue;  // removed between the two calls
+    if (fd < 0) throw Error(errno, systemName);
+    Descriptor descriptor(fd);
+    // Exclusive: no other holder, so the object is new or was left by processes that died.
+    const bool alone = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (!alone) {
+      while (::flock(fd, LOCK_SH) != 0) {
+        if (errno != EINTR) throw Error(errno, systemName);
+      }
+    }
+    if (!StillNamed(fd, systemName)) continue;  // its last holder unlinked it meanwhile
+    if (alone) {
+      Mapping mapping;
+      try {
+        mapping = Build(kind, fd, dataSize, systemName);
+      } catch (...) {
+        ::shm_unlink(systemName.c_str());
+        throw;
+      }
+      ::flock(fd, LOCK_SH);  // a downgrade: always granted at once
+      return new NamedObject(kind, systemName, descriptor.release(), mapping);
+    }
+    const Mapping mapping = MapBuilt(kind, fd, dataSize, systemName);
+    if (mapping.base != nullptr) {
+      return new NamedObject(kind, systemName, descriptor.release(), mapping);
+    }
+    // Its builder died half-way; another try finds this process alone, or another one building.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+std::shared_ptr<NamedObject> Acquire(Kind kind, const std::string& name, std::size_t dataSize) {
+  const std::string systemName = NamedObjectSystemName(KindName(kind), name);
+  Registry& registry = TheRegistry();
+  std::shared_ptr<NamedObject> shared;  // released, when it must be, outside the registry's lock
+  {
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto found = registry.objects.find(systemName);
+    if (found != registry.objects.end()) shared = found->second->weak_from_this().lock();
+    if (!shared) {
+      // Not yet registered, the object is released without the registry's lock, so a failure
+      // here does not wait for the lock held here.
+      shared.reset(Open(kind, systemName, dataSize), Release);
+      registry.objects[systemName] = shared.get();
+      shared->registered = true;
+      return shared;
+    }
+  }
+  if (shared->mapping.dataSize < dataSize) {
+    throw Error(EINVAL, systemName + " is smaller than the size asked for");
+  }
+  return shared;
+}
+
+}  // namespace
+
+std::string NamedObjectSystemName(const std::string& kind, const std::string& name) {
+  static const char kHex[] = "0123456789ABCDEF";
+  std::string escaped;
+  escaped.reserve(name.size());
+  for (const unsigned char c : name) {
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' ||
+        c == '_' || c == '-') {
+      escaped += static_cast<char>(c);
+    } else {
+      escaped += '%';
+      escaped += kHex[c >> 4];
+      escaped += kHex[c & 15];
+    }
+  }
+  if (escaped.size() > 200) {
+    uint64_t hash = 14695981039346656037ull;  // FNV-1a
+    for (const unsigned char c : name) hash = (hash ^ c) * 1099511628211ull;
+    escaped.resize(160);
+    escaped += '.';
+    for (int shift = 60; shift >= 0; shift -= 4) escaped += kHex[(hash >> shift) & 15];
+  }
+  return "/vantu." + kind + "." + escaped;
+}
+
+NamedMutex::NamedMutex(const std::string& name) : object_(Acquire(Kind::kMutex, name, 0)) {}
+
+NamedMutex::~NamedMutex() = default;
+
+void NamedMutex::Lock() { LockRobust(&object_->As<MutexBlock>()->mutex, object_->systemName); }
+
+void NamedMutex::Unlock() {
+  // EPERM when the calling thread does not hold it.
+  const int error = pthread_mutex_unlock(&object_->As<MutexBlock>()->mutex);
+  if (error != 0) throw Error(error, "cannot unlock " + object_->systemName);
+}
+
+NamedEvent::NamedEvent(const std::string& name) : object_(Acquire(Kind::kEvent, name, 0)) {}
+
+NamedEvent::~NamedEvent() = default;
+
+void NamedEvent::Set() {
+  EventBlock& block = *object_->As<EventBlock>();
+  LockRobust(&block.mutex, object_->systemName);
+  bool wake = false;
+  if (block.signalled == 0) {
+    block.signalled = 1;
+    if (block.waiters != 0) {
+      block.sequence.fetch_add(1, std::memory_order_relaxed);
+      wake = true;
+    }
+  }
+  pthread_mutex_unlock(&block.mutex);
+  // Every waiter wakes and looks: one takes the event, the others wait again. Waking only one
+  // would strand the others if that one died before it took the event.
+  if (wake) Futex(&block.sequence, FUTEX_WAKE, INT_MAX);
+}
+
+void NamedEvent::Wait() {
+  EventBlock& block = *object_->As<EventBlock>();
+  LockRobust(&block.mutex, object_->systemName);
+  while (block.signalled == 0) {
+    ++block.waiters;
+    const uint32_t seen = block.sequence.load(std::memory_order_relaxed);
+    pthread_mutex_unlock(&block.mutex);
+    Futex(&block.sequence, FUTEX_WAIT, seen);  // returns at a wake, a change or a signal
+    LockRobust(&block.mutex, object_->systemName);
+    --block.waiters;
+  }
+  block.signalled = 0;
+  pthread_mutex_unlock(&block.mutex);
+}
+
+SharedRegion::SharedRegion(const std::string& name, std::size_t size) {
+  if (size == 0) throw Error(EINVAL, "a shared region of 0 bytes");
+  object_ = Acquire(Kind::kMemory, name, size);
+  begin_ = object_->mapping.base + PageSize();
+  size_ = size;
+}
+
+SharedRegion::~SharedRegion() = default;
+
+}  // namespace vantu::platform

@@ -1,0 +1,3 @@
+#include <vantu/VProcess.h>
+
+VProcess::~VProcess() = default;

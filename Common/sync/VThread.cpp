@@ -1,0 +1,67 @@
+#include <vantu/VThread.h>
+
+#include <Poco/Thread.h>
+
+#include <vantu/VException.h>
+#include <vantu/VWorker.h>
+
+#include "internal/FileErrors.h"
+#include "internal/SharedHandle.h"
+#include "platform/Threads.h"
+
+VThread::VThread()
+    : thread_(vantu::internal::MakeSharedOrNull<Poco::Thread>()),
+      worker_(vantu::internal::MakeSharedOrNull<VWorker>()) {
+  if (!thread_ || !worker_) {
+    thread_.reset();
+    worker_.reset();
+  }
+}
+
+VThread::VThread(const VThread& other)
+    : VBaseObject(other),
+      thread_(other.thread_),
+      data_(other.data_.load(std::memory_order_relaxed)),
+      worker_(other.worker_) {}
+
+VThread& VThread::operator=(const VThread& other) {
+  VBaseObject::operator=(other);
+  thread_ = other.thread_;
+  data_.store(other.data_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+  worker_ = other.worker_;
+  return *this;
+}
+
+VThread::~VThread() = default;
+
+void VThread::Start(Function function) {
+  if (!thread_) throw -1;
+  VWorker& worker = *worker_;
+  if (worker.running_.exchange(true, std::memory_order_acquire)) {
+    throw VantuRuntimeException("Thread already running", 0);
+  }
+  try {
+    worker.data_.store(data_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    worker.function_.store(function, std::memory_order_relaxed);
+    worker.runningThread_ = thread_;
+    worker.runningSelf_ = worker_;
+    // POCO starts a finished thread again on the same object and then detaches only the new
+    // system thread: the previous one, whose function has returned, is detached here.
+    const Poco::Thread::TID previous = thread_->tid();
+    thread_->start(worker);
+    if (worker.started_) vantu::platform::DetachThread(previous);
+    worker.started_ = true;
+  } catch (...) {
+    worker.runningThread_.reset();
+    worker.runningSelf_.reset();
+    worker.running_.store(false, std::memory_order_release);
+    vantu::internal::RethrowAsVantuException();
+  }
+}
+
+void VThread::SetData(uintptr_t data) {
+  data_.store(data, std::memory_order_relaxed);
+  if (worker_) worker_->data_.store(data, std::memory_order_relaxed);
+}
+
+uintptr_t VThread::GetData() const { return data_.load(std::memory_order_relaxed); }

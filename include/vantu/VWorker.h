@@ -1,0 +1,46 @@
+// VWorker: the body a VThread runs, a Poco::Runnable that calls one thread function with one
+// pointer-sized value. VThread fills it in and starts it; run() calls the function, if any.
+//
+// While its function runs, a started worker keeps itself and its thread alive: a VThread
+// destroyed meanwhile frees neither under the function; the thread frees them when it ends.
+#ifndef VANTU_VWORKER_H
+#define VANTU_VWORKER_H
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include <Poco/Runnable.h>
+
+#include <vantu/Export.h>
+
+namespace Poco {
+class Thread;
+}
+
+class VANTU_API VWorker : public Poco::Runnable {
+ public:
+  // A thread function; its one argument is the thread's data.
+  using Function = void (*)(uintptr_t data);
+
+  VWorker();
+  VWorker(const VWorker&) = delete;
+  VWorker& operator=(const VWorker&) = delete;
+  ~VWorker() override;
+
+  // Calls the function with the data, or returns at once when the function is null.
+  void run() override;
+
+ private:
+  friend class VThread;
+
+  std::atomic<Function> function_{nullptr};
+  std::atomic<uintptr_t> data_{0};
+  // Set by VThread::Start, taken over by run().
+  std::shared_ptr<Poco::Thread> runningThread_;
+  std::shared_ptr<VWorker> runningSelf_;
+  std::atomic<bool> running_{false};
+  bool started_ = false;
+};
+
+#endif  // VANTU_VWORKER_H
