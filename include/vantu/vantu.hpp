@@ -21,6 +21,7 @@
 #include <vantu/VString.h>
 #include <vantu/VTimer.h>
 #include <vantu/VTimestamp.h>
+#include <vantu/VURL.h>
 #include <vantu/vantu.h>
 
 #endif  // VANTU_VANTU_HPP

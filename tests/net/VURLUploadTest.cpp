@@ -1,0 +1,296 @@
+// Post and Perform: request bodies, header lines, file output and its lock, the paths that end
+// before any request, and what every path releases.
+#include <gtest/gtest.h>
+
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include <vantu/VURL.h>
+
+#include "internal/CurlGlobal.h"
+#include "net/NetTest.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using Poco::Net::HTTPServerRequest;
+using Poco::Net::HTTPServerResponse;
+using vantu::test::Crc;
+using vantu::test::Pattern;
+
+// Whether another open file description of `path` is refused an exclusive flock.
+bool LockedElsewhere(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool locked = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(fd);
+  return locked;
+}
+
+std::string FileContent(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+struct RequestSeen {
+  std::string method;
+  std::vector<std::string> headers;  // "Name: value"
+  vantu::test::BodySeen body;
+  bool outputLocked = false;  // the output file was locked while the request ran
+
+  bool Has(const std::string& line) const {
+    for (const std::string& header : headers) {
+      if (header == line) return true;
+    }
+    return false;
+  }
+  bool HasName(const std::string& name) const {
+    for (const std::string& header : headers) {
+      if (header.compare(0, name.size() + 1, name + ":") == 0) return true;
+    }
+    return false;
+  }
+};
+
+class VURLUploadTest : public ::testing::Test {
+ protected:
+  static const std::string& Reply() {
+    static const std::string reply = Pattern(50000, 7);
+    return reply;
+  }
+
+  // The requests seen so far.
+  std::vector<RequestSeen> Seen() {
+    std::vector<RequestSeen> seen;
+    server_.Change([&] { seen = seen_; });
+    return seen;
+  }
+
+  void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
+    RequestSeen seen;
+    seen.method = request.getMethod();
+    for (const auto& header : request) seen.headers.push_back(header.first + ": " + header.second);
+    if (!output_.empty()) seen.outputLocked = LockedElsewhere(output_);
+    seen.body = vantu::test::ReadBody(request.stream());
+    server_.Change([&] { seen_.push_back(seen); });
+    if (request.getURI() == "/sink") {
+      response.setContentLength(0);  // Post's response body would go to the standard output
+      response.send();
+    } else {
+      response.sendBuffer(Reply().data(), Reply().size());
+    }
+  }
+
+  vantu::test::TempDir dir_;
+  std::string output_;  // set before the requests that write a file
+  std::vector<RequestSeen> seen_;
+  vantu::test::HttpTestServer server_{
+      [this](HTTPServerRequest& request, HTTPServerResponse& response) {
+        Serve(request, response);
+      }};
+};
+
+TEST_F(VURLUploadTest, PostSendsTheWholeBlockInPiecesWithoutAnnouncingItsSize) {
+  const std::string block = Pattern(100000000);
+  struct Progress {
+    std::vector<std::pair<size_t, size_t>> calls;
+    bool increasing = true;
+  } progress;
+  VURL url;
+  ASSERT_EQ(url.Post(
+                server_.Url("/sink"), block.data(), block.size(), 60, nullptr, nullptr,
+                [](size_t done, size_t total, void* data) {
+                  auto& p = *static_cast<Progress*>(data);
+                  p.increasing = p.increasing && (p.calls.empty() || done > p.calls.back().first);
+                  p.calls.emplace_back(done, total);
+                },
+                &progress),
+            0);
+  const RequestSeen seen = Seen().at(0);
+  EXPECT_EQ(seen.method, "POST");
+  EXPECT_TRUE(seen.Has("Transfer-Encoding: chunked"));
+  EXPECT_EQ(seen.body.size, block.size());
+  EXPECT_EQ(seen.body.crc, Crc(block.data(), block.size()));
+  EXPECT_GT(progress.calls.size(), 10u);
+  EXPECT_TRUE(progress.increasing);
+  EXPECT_EQ(progress.calls.back(), std::make_pair(block.size(), block.size()));
+  EXPECT_EQ(url.GetDataSize(), 0u);
+  // Cancelled on its first piece: (user data, size * count, count, the object).
+  struct Asked {
+    VURL* url;
+    bool agree = false;
+  } asked{&url};
+  EXPECT_EQ(url.Post(
+                server_.Url("/sink"), block.data(), block.size(), 60,
+                [](void* data, size_t bytes, size_t count, VURL* object) {
+                  auto& a = *static_cast<Asked*>(data);
+                  a.agree = bytes == count && count > 0 && object == a.url;
+                  return true;
+                },
+                &asked, nullptr, nullptr),
+            VURL::kCancelled);
+  EXPECT_TRUE(asked.agree);
+}
+
+TEST_F(VURLUploadTest, PerformToMemorySendsTheHeaderLinesAndNoExpect) {
+  const std::string body = Pattern(2 << 20);  // large enough for libcurl to ask for 100-continue
+  const std::vector<std::string> lines{"X-One: 1", "X-Two: two"};
+  VURL url;
+  ASSERT_EQ(url.Perform(server_.Url("/echo"), &lines, body.data(), body.size(), 30, nullptr,
+                        nullptr, nullptr, nullptr, 0),
+            0);
+  const RequestSeen seen = Seen().at(0);
+  EXPECT_EQ(seen.method, "POST");
+  EXPECT_TRUE(seen.Has("X-One: 1"));
+  EXPECT_TRUE(seen.Has("X-Two: two"));
+  EXPECT_FALSE(seen.HasName("Expect"));
+  EXPECT_TRUE(seen.Has("Content-Length: " + std::to_string(body.size())));
+  EXPECT_EQ(seen.body.crc, Crc(body.data(), body.size()));
+  EXPECT_EQ(std::string(url.GetData(), url.GetDataSize()), Reply());
+}
+
+TEST_F(VURLUploadTest, PerformToFileHoldsAFlockAndTheSamePointerIsTheBody) {
+  output_ = dir_ / "out.bin";
+  // The path, its NUL, then more bytes: all of it is the body.
+  std::string pathAndBody = output_ + '\0' + Pattern(2 << 20);
+  VURL url;
+  ASSERT_EQ(url.Get(server_.Url("/echo"), 30, nullptr, nullptr, nullptr, nullptr), 0);
+  ASSERT_EQ(url.Perform(server_.Url("/echo"), nullptr, pathAndBody.data(), pathAndBody.size(), 30,
+                        nullptr, nullptr, nullptr, nullptr, VURL::kToFile),
+            0);
+  EXPECT_EQ(url.GetDataSize(), 0u);
+  EXPECT_EQ(FileContent(output_), Reply());
+  EXPECT_FALSE(LockedElsewhere(output_));
+  // Without a body: a GET into the file, truncating it.
+  std::ofstream(output_, std::ios::binary | std::ios::app) << "stale tail";
+  ASSERT_EQ(url.Perform(server_.Url("/echo"), nullptr, output_.c_str(), 0, 30, nullptr, nullptr,
+                        nullptr, nullptr, VURL::kToFile),
+            0);
+  EXPECT_EQ(FileContent(output_), Reply());
+  const std::vector<RequestSeen> seen = Seen();
+  ASSERT_EQ(seen.size(), 3u);
+  EXPECT_TRUE(seen[1].outputLocked);
+  EXPECT_TRUE(seen[1].Has("Content-Type: application/binary"));
+  EXPECT_TRUE(seen[1].Has("Expect: 100-continue"));
+  EXPECT_EQ(seen[1].body.size, pathAndBody.size());
+  EXPECT_EQ(seen[1].body.crc, Crc(pathAndBody.data(), pathAndBody.size()));
+  EXPECT_EQ(seen[2].method, "GET");
+  EXPECT_TRUE(seen[2].outputLocked);
+}
+
+TEST_F(VURLUploadTest, FileOutputFailuresEndBeforeAnyRequest) {
+  const std::string held = dir_.Write("held.txt", "keep me");
+  const int fd = ::open(held.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  const std::string missing = dir_ / "no/such/dir/out.bin";
+  VURL url;
+  EXPECT_EQ(url.Perform(server_.Url("/echo"), nullptr, nullptr, 0, 30, nullptr, nullptr, nullptr,
+                        nullptr, VURL::kToFile),
+            VURL::kNoOutputPath);
+  EXPECT_EQ(url.Perform(server_.Url("/echo"), nullptr, missing.c_str(), 0, 30, nullptr, nullptr,
+                        nullptr, nullptr, VURL::kToFile),
+            VURL::kOutputNotOpened);
+  EXPECT_EQ(url.PerformSimple(server_.Url("/echo"), held.c_str(), 0, 30, nullptr, nullptr, nullptr,
+                              nullptr, VURL::kToFile),
+            VURL::kOutputNotOpened);
+  ::close(fd);
+  EXPECT_EQ(FileContent(held), "keep me");
+  EXPECT_EQ(server_.Requests(), 0);
+}
+
+// libcurl's entry points, counted; globalInit and easyInit can be made to fail.
+struct Counted {
+  static inline int globalInits = 0, globalCleanups = 0, easyInits = 0, easyCleanups = 0;
+  static inline bool failGlobal = false, failEasy = false;
+};
+
+TEST_F(VURLUploadTest, EveryPathReleasesWhatItTook) {
+  using vantu::internal::CurlEntries;
+  const vantu::internal::CurlEntryPoints saved = CurlEntries();
+  CurlEntries().globalInit = [](long flags) {
+    if (Counted::failGlobal) return CURLE_FAILED_INIT;
+    const CURLcode code = curl_global_init(flags);
+    Counted::globalInits += code == CURLE_OK;
+    return code;
+  };
+  CurlEntries().globalCleanup = [] {
+    ++Counted::globalCleanups;
+    curl_global_cleanup();
+  };
+  CurlEntries().easyInit = []() -> CURL* {
+    if (Counted::failEasy) return nullptr;
+    ++Counted::easyInits;
+    return curl_easy_init();
+  };
+  CurlEntries().easyCleanup = [](CURL* easy) {
+    ++Counted::easyCleanups;
+    curl_easy_cleanup(easy);
+  };
+  const std::string missing = dir_ / "missing/out.bin";
+  const std::string url = server_.Url("/echo");
+  VURL transfer;
+  EXPECT_EQ(transfer.Get(url, 30, nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(transfer.Perform(url, nullptr, nullptr, 0, 30, nullptr, nullptr, nullptr, nullptr, 2),
+            -3);
+  EXPECT_EQ(transfer.GetDataSize(), 0u);  // emptied before the output was looked at
+  EXPECT_EQ(
+      transfer.Perform(url, nullptr, missing.c_str(), 0, 30, nullptr, nullptr, nullptr, nullptr, 2),
+      -4);
+  Counted::failEasy = true;
+  EXPECT_EQ(transfer.Post(url, "x", 1, 30, nullptr, nullptr, nullptr, nullptr), 100);
+  Counted::failGlobal = true;
+  EXPECT_EQ(transfer.Get(url, 30, nullptr, nullptr, nullptr, nullptr), 100);
+  CurlEntries() = saved;
+  EXPECT_EQ(Counted::globalInits, 4);
+  EXPECT_EQ(Counted::globalCleanups, 4);
+  EXPECT_EQ(Counted::easyInits, 3);
+  EXPECT_EQ(Counted::easyCleanups, 3);
+}
+
+TEST_F(VURLUploadTest, PerformWithHeaderAndPerformSimpleCallThroughTheTable) {
+  // Records what reaches Perform, then lets it run.
+  class Recording : public VURL {
+   public:
+    int Perform(std::string url, const std::vector<std::string>* headers, const char* dataOrPath,
+                uint64_t size, uint32_t timeout, CancelCallback cancel, void* cancelUserData,
+                ProgressCallback progress, void* progressUserData, uint32_t flags) override {
+      lines = headers != nullptr ? *headers : std::vector<std::string>{"(null)"};
+      arguments = {dataOrPath, size, timeout, cancelUserData, progressUserData, flags};
+      return VURL::Perform(url, headers, dataOrPath, size, timeout, cancel, cancelUserData,
+                           progress, progressUserData, flags);
+    }
+    std::vector<std::string> lines;
+    std::tuple<const char*, uint64_t, uint32_t, void*, void*, uint32_t> arguments;
+  } url;
+  int marker = 0;
+  ASSERT_EQ(url.PerformWithHeader(server_.Url("/echo"), "X-Only: one", 11, nullptr, 0, 30, nullptr,
+                                  &marker, nullptr, &marker + 1, 0),
+            0);
+  EXPECT_EQ(url.lines, std::vector<std::string>{"X-Only: one"});
+  EXPECT_EQ(url.arguments,
+            std::make_tuple(static_cast<const char*>(nullptr), uint64_t{0}, 30u,
+                            static_cast<void*>(&marker), static_cast<void*>(&marker + 1), 0u));
+  ASSERT_EQ(url.PerformSimple(server_.Url("/echo"), nullptr, 0, 31, nullptr, nullptr, nullptr,
+                              nullptr, VURL::kKeepErrorBody),
+            0);
+  EXPECT_EQ(url.lines, std::vector<std::string>{""});  // one empty line
+  EXPECT_EQ(std::get<2>(url.arguments), 31u);
+  EXPECT_EQ(std::get<5>(url.arguments), VURL::kKeepErrorBody);
+  EXPECT_EQ(std::string(url.GetData(), url.GetDataSize()), Reply());
+  const std::vector<RequestSeen> seen = Seen();
+  ASSERT_EQ(seen.size(), 2u);
+  EXPECT_TRUE(seen[0].Has("X-Only: one"));
+  EXPECT_EQ(seen[1].headers.size(), seen[0].headers.size() - 1);  // the empty line sends nothing
+}
+
+}  // namespace
