@@ -183,9 +183,9 @@ TEST_F(VURLDownloadTest, PerformFollowsRedirectsUpToFiftyAndGetDoesNot) {
             0);
   EXPECT_EQ(Received(url), "landed");
   EXPECT_EQ(server_.Requests(), 5);
-  // A loop ends after 50 redirects, not at the time-out (here none).
-  EXPECT_EQ(url.Perform(server_.Url("/loop"), nullptr, nullptr, 0, VURL::kNoTimeout, nullptr,
-                        nullptr, nullptr, nullptr, 0),
+  // A loop ends after 50 redirects, not at the time-out.
+  EXPECT_EQ(url.Perform(server_.Url("/loop"), nullptr, nullptr, 0, 20, nullptr, nullptr, nullptr,
+                        nullptr, 0),
             CURLE_TOO_MANY_REDIRECTS);
   EXPECT_EQ(server_.Requests(), 5 + 51);
 }
