@@ -10,7 +10,7 @@ packages=(
   libcurl4-openssl-dev zlib1g-dev libbz2-dev liblzma-dev libzstd-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   unicode-data locales
-  libssl-dev ca-certificates curl
+  ca-certificates curl openssl
 )
 
 missing=()

@@ -8,6 +8,9 @@
 #include <cstdint>
 #include <istream>
 #include <string>
+#include <vector>
+
+#include <vantu/VURL.h>
 
 #include "support/HttpTestServer.h"
 
@@ -20,6 +23,20 @@ inline std::string Pattern(size_t n, size_t offset = 0) {
     bytes[i] = static_cast<char>(((i + offset) * 2654435761u) >> 13);
   }
   return bytes;
+}
+
+// The calls most tests make: no callbacks, a time-out of 30 s.
+inline int Get(VURL& url, const std::string& address) {
+  return url.Get(address, 30, nullptr, nullptr, nullptr, nullptr);
+}
+inline int Perform(VURL& url, const std::string& address, uint32_t flags,
+                   const char* dataOrPath = nullptr, uint64_t size = 0,
+                   const std::vector<std::string>* headers = nullptr) {
+  return url.Perform(address, headers, dataOrPath, size, 30, nullptr, nullptr, nullptr, nullptr,
+                     flags);
+}
+inline std::string Received(const VURL& url) {
+  return std::string(url.GetData(), url.GetDataSize());
 }
 
 inline uint32_t Crc(const char* bytes, size_t n) {
