@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <utility>
@@ -50,7 +51,11 @@ struct VURL::Transfer {
   void SetCommon(const std::string& address, uint32_t timeout, bool failOnError) {
     curl_easy_setopt(easy, CURLOPT_URL, address.c_str());
     curl_easy_setopt(easy, CURLOPT_FAILONERROR, failOnError ? 1L : 0L);
-    if (timeout != kNoTimeout) curl_easy_setopt(easy, CURLOPT_TIMEOUT, static_cast<long>(timeout));
+    if (timeout != kNoTimeout) {
+      // libcurl refuses more than INT_MAX / 1000 seconds (24.8 days): such time-outs get that.
+      const uint32_t seconds = std::min<uint32_t>(timeout, INT_MAX / 1000);
+      curl_easy_setopt(easy, CURLOPT_TIMEOUT, static_cast<long>(seconds));
+    }
     const State& state = *url.state_;
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, state.verifyPeer ? 1L : 0L);
     if (state.verifyPeer && state.caBundle.Length() != 0) {
@@ -72,10 +77,14 @@ struct VURL::Transfer {
   }
 
   int Run() {
-    const CURLcode result = curl_easy_perform(easy);
+    CURLcode result = curl_easy_perform(easy);
     long status = 0;
     if (curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status) == CURLE_OK) {
       url.state_->responseCode = static_cast<int>(status);
+    }
+    // The bytes still buffered reach the file now; failing there (a full disk) fails the write.
+    if (file != nullptr && std::fclose(std::exchange(file, nullptr)) != 0 && result == CURLE_OK) {
+      result = CURLE_WRITE_ERROR;
     }
     return url.state_->aborted ? kCancelled : static_cast<int>(result);
   }

@@ -59,10 +59,11 @@ bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrit
 // Opens a file for reading in binary mode, closed on exec; null on failure.
 std::FILE* OpenForReading(const std::string& path);
 
-// Opens a file for writing in binary mode, closed on exec, creating it or truncating it, and
-// holds an exclusive flock on it until the stream is closed: cooperating processes that take a
-// flock cannot write it meanwhile. Null when the file cannot be opened or another open file
-// description holds a flock on it; the file is then left as it was.
+// Opens a file for writing in binary mode, closed on exec, creating it or truncating it (devices
+// and pipes are not truncated), and holds an exclusive flock on it until the stream is closed:
+// cooperating processes that take a flock cannot write it meanwhile. Null when the file cannot
+// be opened or another open file description holds a flock on it; the file is then left as it
+// was.
 std::FILE* OpenForWritingLocked(const std::string& path);
 
 // ---------------------------------------------------------------------------------------------

@@ -368,8 +368,12 @@ std::FILE* OpenForWritingLocked(const std::string& path) {
   do {
     locked = ::flock(fd, LOCK_EX | LOCK_NB);
   } while (locked != 0 && errno == EINTR);
-  // Truncate only once the lock is ours, so a file another holder writes is not cut.
-  std::FILE* stream = locked == 0 && ::ftruncate(fd, 0) == 0 ? ::fdopen(fd, "wb") : nullptr;
+  // Truncate only once the lock is ours, so a file another holder writes is not cut; devices
+  // and pipes have nothing to truncate.
+  struct stat info;
+  const bool ready =
+      locked == 0 && ::fstat(fd, &info) == 0 && (!S_ISREG(info.st_mode) || ::ftruncate(fd, 0) == 0);
+  std::FILE* stream = ready ? ::fdopen(fd, "wb") : nullptr;
   if (stream == nullptr) ::close(fd);
   return stream;
 }

@@ -78,6 +78,8 @@ class VURLUploadTest : public ::testing::Test {
     if (request.getURI() == "/sink") {
       response.setContentLength(0);  // Post's response body would go to the standard output
       response.send();
+    } else if (request.getURI() == "/short") {
+      response.sendBuffer("short", 5);
     } else {
       response.sendBuffer(kReply.data(), kReply.size());
     }
@@ -171,6 +173,8 @@ TEST_F(VURLUploadTest, PerformToFileHoldsAFlockAndTheSamePointerIsTheBody) {
   EXPECT_EQ(seen[1].body.size, pathAndBody.size());
   EXPECT_EQ(seen[1].body.crc, Crc(pathAndBody.data(), pathAndBody.size()));
   EXPECT_EQ(seen[2].method, "GET");
+  // A full disk: a reply too short to leave the stdio buffer before the file is closed.
+  EXPECT_EQ(Perform(url, server_.Url("/short"), VURL::kToFile, "/dev/full"), CURLE_WRITE_ERROR);
 }
 
 // libcurl's entry points, counted; globalInit and easyInit can be made to fail.
