@@ -13,9 +13,10 @@ namespace vantu::internal {
 //   - n more bytes that do not fit give capacity ((capacity + n) / 10240 + 1) * 10240;
 //   - when that growth fails, the held bytes are dropped and the n bytes go alone into a fresh
 //     capacity of (n / 10240 + 1) * 10240.
-// Storage holds at least the capacity. Growing never copies the held bytes: small buffers live
-// on the heap (realloc), larger ones in an address range reserved once and made accessible as
-// the capacity grows, which moves (without copying) only when the reservation doubles.
+// Storage holds at least the capacity. Growth does not copy the held bytes each time: up to
+// 256 KiB they live on the heap (realloc), beyond that in an address range reserved once and made
+// accessible as the capacity grows, which moves (its pages, not their bytes) only when the
+// reservation has to double.
 // Copies are deep. Not thread-safe.
 class ReceiveBuffer {
  public:

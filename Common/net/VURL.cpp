@@ -161,7 +161,7 @@ VURL::VURL(const VURL& other)
     : VBaseObject(other), state_(std::make_unique<State>(*other.state_)) {}
 
 VURL& VURL::operator=(const VURL& other) {
-  if (this != &other) *state_ = State(*other.state_);  // copy first: a failure changes nothing
+  if (this != &other) state_ = std::make_unique<State>(*other.state_);  // a failure changes nothing
   return *this;
 }
 

@@ -15,8 +15,9 @@
 // failure; after a failed or cancelled memory transfer the buffer holds the bytes received before
 // the failure. Copying may throw std::bad_alloc.
 //
-// Peer certificates are not verified unless SetVerifyPeer(true) asks for it. A time-out of
-// 0xFFFFFFFF means none; 0 is libcurl's 0, which is none as well.
+// Peer certificates are not verified unless SetVerifyPeer(true) asks for it. Time-outs are in
+// seconds: 0xFFFFFFFF means none; 0 is libcurl's 0, which is none as well; libcurl's longest is
+// 2147483 s (24.8 days), which longer ones get.
 //
 // Callbacks: the cancel callback is asked before each received chunk is stored (memory output)
 // and before each piece of a Post body is handed over, with (cancel user data, bytes, count, this
