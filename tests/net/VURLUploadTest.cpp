@@ -179,30 +179,31 @@ TEST_F(VURLUploadTest, PerformToFileHoldsAFlockAndTheSamePointerIsTheBody) {
 
 // libcurl's entry points, counted; globalInit and easyInit can be made to fail.
 struct Counted {
-  static inline int globalInits = 0, globalCleanups = 0, easyInits = 0, easyCleanups = 0;
-  static inline bool failGlobal = false, failEasy = false;
-};
+  int globalInits = 0, globalCleanups = 0, easyInits = 0, easyCleanups = 0;
+  bool failGlobal = false, failEasy = false;
+} counted;
 
 TEST_F(VURLUploadTest, PathsThatEndBeforeAnyRequestReleaseWhatTheyTook) {
   using vantu::internal::CurlEntries;
   const vantu::internal::CurlEntryPoints saved = CurlEntries();
+  counted = Counted();
   CurlEntries().globalInit = [](long flags) {
-    if (Counted::failGlobal) return CURLE_FAILED_INIT;
+    if (counted.failGlobal) return CURLE_FAILED_INIT;
     const CURLcode code = curl_global_init(flags);
-    Counted::globalInits += code == CURLE_OK;
+    counted.globalInits += code == CURLE_OK;
     return code;
   };
   CurlEntries().globalCleanup = [] {
-    ++Counted::globalCleanups;
+    ++counted.globalCleanups;
     curl_global_cleanup();
   };
   CurlEntries().easyInit = []() -> CURL* {
-    if (Counted::failEasy) return nullptr;
-    ++Counted::easyInits;
+    if (counted.failEasy) return nullptr;
+    ++counted.easyInits;
     return curl_easy_init();
   };
   CurlEntries().easyCleanup = [](CURL* easy) {
-    ++Counted::easyCleanups;
+    ++counted.easyCleanups;
     curl_easy_cleanup(easy);
   };
   const std::string held = dir_.Write("held.txt", "keep me");
@@ -218,16 +219,16 @@ TEST_F(VURLUploadTest, PathsThatEndBeforeAnyRequestReleaseWhatTheyTook) {
   EXPECT_EQ(Perform(transfer, url, VURL::kToFile, held.c_str()), VURL::kOutputNotOpened);
   ::close(fd);
   EXPECT_EQ(FileContent(held), "keep me");
-  Counted::failEasy = true;
+  counted.failEasy = true;
   EXPECT_EQ(transfer.Post(url, "x", 1, 30, nullptr, nullptr, nullptr, nullptr), 100);
-  Counted::failGlobal = true;
+  counted.failGlobal = true;
   EXPECT_EQ(Get(transfer, url), 100);
   CurlEntries() = saved;
   EXPECT_EQ(server_.Requests(), 1);
-  EXPECT_EQ(Counted::globalInits, 5);
-  EXPECT_EQ(Counted::globalCleanups, 5);
-  EXPECT_EQ(Counted::easyInits, 4);
-  EXPECT_EQ(Counted::easyCleanups, 4);
+  EXPECT_EQ(counted.globalInits, 5);
+  EXPECT_EQ(counted.globalCleanups, 5);
+  EXPECT_EQ(counted.easyInits, 4);
+  EXPECT_EQ(counted.easyCleanups, 4);
 }
 
 TEST_F(VURLUploadTest, PerformWithHeaderAndPerformSimpleCallThroughTheTable) {
