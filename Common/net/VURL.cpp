@@ -35,6 +35,7 @@ struct VURL::State {
 // file, all released on every path; and the callbacks libcurl calls.
 struct VURL::Transfer {
   explicit Transfer(VURL& url) : url(url) {
+    url.state_->responseCode = 0;
     if (global.Ready()) easy = CurlEntries().easyInit();
   }
   ~Transfer() {
@@ -176,7 +177,6 @@ void VURL::Begin(CancelCallback cancel, void* cancelUserData, ProgressCallback p
   state.progressUserData = progressUserData;
   state.received.Clear();
   state.aborted = false;
-  state.responseCode = 0;
 }
 
 int VURL::Get(std::string url, uint32_t timeout, CancelCallback cancel, void* cancelUserData,

@@ -223,6 +223,7 @@ TEST_F(VURLUploadTest, PathsThatEndBeforeAnyRequestReleaseWhatTheyTook) {
   EXPECT_EQ(transfer.Post(url, "x", 1, 30, nullptr, nullptr, nullptr, nullptr), 100);
   counted.failGlobal = true;
   EXPECT_EQ(Get(transfer, url), 100);
+  EXPECT_EQ(transfer.GetResponseCode(), 0);
   CurlEntries() = saved;
   EXPECT_EQ(server_.Requests(), 1);
   EXPECT_EQ(counted.globalInits, 5);
