@@ -39,13 +39,11 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
 echo "== tsan build (concurrency tests)"
 cmake -S "$root" -B "$root/build-tsan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTU_SANITIZE=thread \
   -DVANTU_BUILD_BENCHMARKS=OFF -DVANTU_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfolder_tests
-cmake --build "$root/build-tsan" -j "$jobs" --target vantu_sync_tests
+cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfolder_tests \
+  vantu_sync_tests vantu_net_tests
 echo "== tsan tests"
 (cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
-  -R '^(VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder)Test\.')
-(cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
-  -R '^(VMutex|VEvent|VThread|VNotificationCenter|FlatSync)Test\.')
+  -R '^(VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder|VMutex|VEvent|VThread|VNotificationCenter|FlatSync|VURLConcurrency)Test\.')
 
 echo "== install and consume"
 stage="$root/build-release/stage"

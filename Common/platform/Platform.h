@@ -3,6 +3,7 @@
 #ifndef VANTU_PLATFORM_PLATFORM_H
 #define VANTU_PLATFORM_PLATFORM_H
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -76,6 +77,35 @@ std::FILE* OpenAvailableForReading(const std::string& path);
 // never what it points to. Returns 0, or the errno value of the first failure, with the path it
 // concerned in `failedPath`; what was removed before it stays removed.
 int RemoveTree(const std::string& path, std::string& failedPath);
+
+// Opens a file for writing in binary mode, closed on exec, creating it or truncating it (devices
+// and pipes are not truncated), and holds an exclusive flock on it until the stream is closed:
+// cooperating processes that take a flock cannot write it meanwhile. Null when the file cannot
+// be opened or another open file description holds a flock on it; the file is then left as it
+// was.
+std::FILE* OpenForWritingLocked(const std::string& path);
+
+// ---------------------------------------------------------------------------------------------
+// Address ranges: address space reserved once and made accessible piece by piece, so that a
+// growing buffer keeps its address and never copies its bytes.
+
+// Reservations are whole multiples of, and aligned to, this size (a huge page), and the kernel may
+// back accessible parts of them with huge pages.
+constexpr size_t kRangeAlignment = size_t{2} << 20;
+// The size of a memory page.
+size_t PageSize();
+// Reserves `bytes` (a multiple of kRangeAlignment) of inaccessible address space; null on
+// failure.
+void* ReserveRange(size_t bytes);
+// Makes [start, start + bytes) of a reservation readable and writable (page-aligned); false when
+// the system refuses the memory.
+bool CommitRange(void* start, size_t bytes);
+// Moves the first `bytes` (page-aligned) of one reservation onto the start of another, keeping
+// their content without copying it (the page tables move). Afterwards those bytes of the source
+// are no longer mapped. False when the system refuses; both are then as they were.
+bool MoveRange(void* from, void* to, size_t bytes);
+// Returns [start, start + bytes) to the system.
+void ReleaseRange(void* start, size_t bytes);
 
 // The running executable's full path; empty when unknown.
 std::string ExecutablePath();

@@ -5,6 +5,8 @@
 #include <iconv.h>
 #include <langinfo.h>
 #include <signal.h>
+#include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -465,6 +468,57 @@ int RemoveTree(const std::string& path, std::string& failedPath) {
   }
   for (const Level& level : levels) ::closedir(level.dir);
   return error;
+}
+
+std::FILE* OpenForWritingLocked(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  if (fd < 0) return nullptr;
+  int locked;
+  do {
+    locked = ::flock(fd, LOCK_EX | LOCK_NB);
+  } while (locked != 0 && errno == EINTR);
+  // Truncate only once the lock is ours, so a file another holder writes is not cut; devices
+  // and pipes have nothing to truncate.
+  struct stat info;
+  const bool ready =
+      locked == 0 && ::fstat(fd, &info) == 0 && (!S_ISREG(info.st_mode) || ::ftruncate(fd, 0) == 0);
+  std::FILE* stream = ready ? ::fdopen(fd, "wb") : nullptr;
+  if (stream == nullptr) ::close(fd);
+  return stream;
+}
+
+size_t PageSize() {
+  static const size_t size = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+void* ReserveRange(size_t bytes) {
+  // Over-reserve by one alignment unit and return the unaligned ends.
+  const size_t total = bytes + kRangeAlignment;
+  void* raw = ::mmap(nullptr, total, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (raw == MAP_FAILED) return nullptr;
+  const uintptr_t base = reinterpret_cast<uintptr_t>(raw);
+  const uintptr_t start = (base + kRangeAlignment - 1) & ~(uintptr_t{kRangeAlignment} - 1);
+  if (start > base) ::munmap(raw, start - base);
+  if (start + bytes < base + total) {
+    ::munmap(reinterpret_cast<void*>(start + bytes), base + total - start - bytes);
+  }
+  // Advice only: where the kernel has no transparent huge pages, small pages serve.
+  ::madvise(reinterpret_cast<void*>(start), bytes, MADV_HUGEPAGE);
+  return reinterpret_cast<void*>(start);
+}
+
+bool CommitRange(void* start, size_t bytes) {
+  return ::mprotect(start, bytes, PROT_READ | PROT_WRITE) == 0;
+}
+
+bool MoveRange(void* from, void* to, size_t bytes) {
+  if (bytes == 0) return true;
+  return ::mremap(from, bytes, bytes, MREMAP_MAYMOVE | MREMAP_FIXED, to) != MAP_FAILED;
+}
+
+void ReleaseRange(void* start, size_t bytes) {
+  if (bytes != 0) ::munmap(start, bytes);
 }
 
 std::string ExecutablePath() {

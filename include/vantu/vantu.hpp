@@ -33,6 +33,7 @@
 #include <vantu/VThread.h>
 #include <vantu/VTimer.h>
 #include <vantu/VTimestamp.h>
+#include <vantu/VURL.h>
 #include <vantu/VWorker.h>
 #include <vantu/vantu.h>
 

@@ -1,0 +1,39 @@
+// libcurl's global state, shared by every transfer of the process.
+#ifndef VANTU_INTERNAL_CURLGLOBAL_H
+#define VANTU_INTERNAL_CURLGLOBAL_H
+
+#include <curl/curl.h>
+
+namespace vantu::internal {
+
+// The libcurl calls that begin and end a transfer. Tests replace them to reach the paths where
+// libcurl cannot start, and to count what each path releases; nothing else changes them.
+struct CurlEntryPoints {
+  CURLcode (*globalInit)(long flags) = curl_global_init;
+  void (*globalCleanup)() = curl_global_cleanup;
+  CURL* (*easyInit)() = curl_easy_init;
+  void (*easyCleanup)(CURL* easy) = curl_easy_cleanup;
+};
+CurlEntryPoints& CurlEntries();
+
+// One transfer's reference to libcurl's global state: curl_global_init with every feature when
+// constructed, curl_global_cleanup when destroyed if the init succeeded. libcurl counts these
+// references. The first scope of the process also takes one reference of the library's own,
+// kept until the process exits, so that the per-transfer pair only counts and the global (TLS)
+// state is built once. Thread-safe where libcurl's global init is (libcurl 7.84 and later).
+class CurlGlobalScope {
+ public:
+  CurlGlobalScope();
+  ~CurlGlobalScope();
+  CurlGlobalScope(const CurlGlobalScope&) = delete;
+  CurlGlobalScope& operator=(const CurlGlobalScope&) = delete;
+
+  bool Ready() const { return ready_; }
+
+ private:
+  bool ready_;
+};
+
+}  // namespace vantu::internal
+
+#endif  // VANTU_INTERNAL_CURLGLOBAL_H

@@ -1,0 +1,172 @@
+// HTTP transfers against a POCO server on loopback, beside curl(1) and plain libcurl on the
+// same server in the same run:
+//   - downloads of 64 MiB, 256 MiB and 1 GiB into memory (a new object each time, so the
+//     buffer grows from nothing; and a reused object, whose buffer has grown already) beside
+//     `curl -s -o /dev/null`;
+//   - 1,000 sequential GETs of 1 KiB beside a libcurl loop with a fresh easy handle per request;
+//   - a 100 MB Post beside `curl --data-binary @file`.
+#include <benchmark/benchmark.h>
+#include <curl/curl.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <vantu/VURL.h>
+
+#include "net/NetTest.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using Poco::Net::HTTPServerRequest;
+using Poco::Net::HTTPServerResponse;
+
+constexpr size_t kPostSize = 100000000;
+
+// GET /bytes/<n>: n bytes in 1 MiB writes. GET /small: 1 KiB. POST /sink: reads the body.
+void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
+  static const std::string block = vantu::test::Pattern(1 << 20);
+  const std::string path = request.getURI();
+  if (path.rfind("/bytes/", 0) == 0) {
+    size_t left = std::stoull(path.substr(7));
+    if (!vantu::test::SendHead(request, response, left)) return;
+    while (left > 0) {
+      const size_t n = std::min(left, block.size());
+      if (!vantu::test::SendRaw(request, block.data(), n)) return;
+      left -= n;
+    }
+  } else if (path == "/small") {
+    response.sendBuffer(block.data(), 1024);
+  } else {
+    std::istream& in = request.stream();
+    std::string sink(1 << 20, '\0');
+    while (in.read(sink.data(), static_cast<std::streamsize>(sink.size())) || in.gcount() > 0) {
+    }
+    response.setContentLength(0);
+    response.send();
+  }
+}
+
+vantu::test::HttpTestServer& Server() {
+  static vantu::test::HttpTestServer server(Serve);
+  return server;
+}
+
+std::string BytesUrl(const benchmark::State& state) {
+  return Server().Url("/bytes/" + std::to_string(state.range(0) << 20));
+}
+
+void RunCurl(benchmark::State& state, const std::string& arguments) {
+  const std::string command = "curl -s -o /dev/null " + arguments;
+  if (std::system(command.c_str()) != 0) state.SkipWithError(("failed: " + command).c_str());
+}
+
+void BM_VURLGetNewObject(benchmark::State& state) {
+  const std::string url = BytesUrl(state);
+  for (auto _ : state) {
+    VURL transfer;
+    if (transfer.Get(url, VURL::kNoTimeout, nullptr, nullptr, nullptr, nullptr) != 0) {
+      state.SkipWithError("transfer failed");
+    }
+  }
+  state.SetBytesProcessed(state.iterations() * (state.range(0) << 20));
+}
+
+void BM_VURLGetReusedObject(benchmark::State& state) {
+  const std::string url = BytesUrl(state);
+  VURL transfer;
+  transfer.Get(url, VURL::kNoTimeout, nullptr, nullptr, nullptr, nullptr);  // grows the buffer
+  for (auto _ : state) {
+    if (transfer.Get(url, VURL::kNoTimeout, nullptr, nullptr, nullptr, nullptr) != 0) {
+      state.SkipWithError("transfer failed");
+    }
+  }
+  state.SetBytesProcessed(state.iterations() * (state.range(0) << 20));
+}
+
+void BM_CurlToDevNull(benchmark::State& state) {
+  const std::string url = BytesUrl(state);
+  for (auto _ : state) RunCurl(state, url);
+  state.SetBytesProcessed(state.iterations() * (state.range(0) << 20));
+}
+
+#define VANTU_DOWNLOAD_SIZES(bench)                                                   \
+  BENCHMARK(bench)->Arg(64)->Arg(256)->Arg(1024)->Iterations(3)->UseRealTime()->Unit( \
+      benchmark::kMillisecond)
+VANTU_DOWNLOAD_SIZES(BM_CurlToDevNull);
+VANTU_DOWNLOAD_SIZES(BM_VURLGetNewObject);
+VANTU_DOWNLOAD_SIZES(BM_VURLGetReusedObject);
+
+void BM_VURLSmallGets(benchmark::State& state) {
+  const std::string url = Server().Url("/small");
+  VURL transfer;
+  for (auto _ : state) {
+    for (int i = 0; i < 1000; ++i) {
+      if (transfer.Get(url, 30, nullptr, nullptr, nullptr, nullptr) != 0) {
+        state.SkipWithError("transfer failed");
+      }
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(BM_VURLSmallGets)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+size_t AppendTo(char* bytes, size_t size, size_t count, void* text) {
+  static_cast<std::string*>(text)->append(bytes, size * count);
+  return size * count;
+}
+
+void BM_LibcurlSmallGets(benchmark::State& state) {
+  const std::string url = Server().Url("/small");
+  curl_global_init(CURL_GLOBAL_ALL);
+  std::string body;
+  for (auto _ : state) {
+    for (int i = 0; i < 1000; ++i) {
+      CURL* easy = curl_easy_init();
+      body.clear();
+      curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+      curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &AppendTo);
+      curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
+      if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("transfer failed");
+      curl_easy_cleanup(easy);
+    }
+  }
+  curl_global_cleanup();
+  state.SetItemsProcessed(state.iterations() * 1000);
+}
+BENCHMARK(BM_LibcurlSmallGets)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+const std::string& PostBlock() {
+  static const std::string block = vantu::test::Pattern(kPostSize);
+  return block;
+}
+
+void BM_VURLPost(benchmark::State& state) {
+  const std::string url = Server().Url("/sink");
+  const std::string& block = PostBlock();
+  VURL transfer;
+  for (auto _ : state) {
+    if (transfer.Post(url, block.data(), block.size(), 60, nullptr, nullptr, nullptr, nullptr) !=
+        0) {
+      state.SkipWithError("transfer failed");
+    }
+  }
+  state.SetBytesProcessed(state.iterations() * kPostSize);
+}
+BENCHMARK(BM_VURLPost)->Iterations(5)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_CurlPostFile(benchmark::State& state) {
+  vantu::test::TempDir dir;
+  const std::string file = dir / "post.bin";
+  std::ofstream(file, std::ios::binary).write(PostBlock().data(), kPostSize);
+  for (auto _ : state) RunCurl(state, "--data-binary @" + file + " " + Server().Url("/sink"));
+  state.SetBytesProcessed(state.iterations() * kPostSize);
+}
+BENCHMARK(BM_CurlPostFile)->Iterations(5)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,119 @@
+// VURL: one blocking HTTP transfer per call, over libcurl's easy interface.
+//
+// Get downloads into a buffer the object owns (GetData/GetDataSize); Post uploads a memory
+// block; Perform sends a request with extra header lines (and a body, when given one) and writes
+// the response into the buffer or into a file. Every transfer starts from scratch: it takes a
+// reference to libcurl's global state, uses a fresh easy handle and releases both before it
+// returns, so the object carries no connection between calls. The received buffer survives a
+// transfer: the next one empties it but keeps its storage.
+//
+// Transfer codes: 0 success; any other small value is libcurl's own CURLcode (22 for an HTTP
+// status of 400 or more where that counts as failure, 28 for a time-out, 47 for more than 50
+// redirects...); 100 when libcurl cannot start; -2 when the cancel callback stopped the
+// transfer; -3 when Perform is asked for file output without a path; -4 when the output file
+// cannot be opened (or another process holds a flock on it). No operation throws for a transfer
+// failure; after a failed or cancelled memory transfer the buffer holds the bytes received before
+// the failure. Copying may throw std::bad_alloc.
+//
+// Peer certificates are not verified unless SetVerifyPeer(true) asks for it. Time-outs are in
+// seconds: 0xFFFFFFFF means none; 0 is libcurl's 0, which is none as well; libcurl's longest is
+// 2147483 s (24.8 days), which longer ones get.
+//
+// Callbacks: the cancel callback is asked before each received chunk is stored (memory output)
+// and before each piece of a Post body is handed over, with (cancel user data, bytes, count, this
+// object); true stops the transfer with -2. The progress callback is told after each stored chunk
+// (done = bytes held, total = the buffer's capacity) and after each piece of a Post body
+// (done = bytes handed over, total = the block's size). Neither is consulted for Perform's file
+// output nor for Perform's request body.
+//
+// Thread safety: an object must not be used by two threads at once; different objects may run
+// transfers on different threads at the same time.
+//
+//   VURL url;
+//   int code = url.Get("http://127.0.0.1:8080/", 30, nullptr, nullptr, nullptr, nullptr);
+//   std::string body(url.GetData(), url.GetDataSize());  // what arrived, also after a failure
+#ifndef VANTU_VURL_H
+#define VANTU_VURL_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <vantu/Export.h>
+#include <vantu/VBaseObject.h>
+#include <vantu/VPath.h>
+
+class VANTU_API VURL : public VBaseObject {
+ public:
+  // True stops the transfer. `bytes` is the chunk's size (element size times count).
+  typedef bool (*CancelCallback)(void* userData, size_t bytes, size_t count, VURL* url);
+  typedef void (*ProgressCallback)(size_t done, size_t total, void* userData);
+
+  // Transfer codes of the library's own, beside libcurl's.
+  static constexpr int kInitFailed = 100;
+  static constexpr int kCancelled = -2;
+  static constexpr int kNoOutputPath = -3;
+  static constexpr int kOutputNotOpened = -4;
+  // Flags of Perform.
+  static constexpr uint32_t kKeepErrorBody = 1;  // an HTTP status of 400 or more is no failure
+  static constexpr uint32_t kToFile = 2;         // the response goes to the file named by data
+  static constexpr uint32_t kNoTimeout = 0xFFFFFFFF;
+
+  VURL();
+  VURL(const VURL& other);
+  VURL& operator=(const VURL& other);
+  ~VURL() override;
+
+  // Slot 3: downloads `url` into the buffer.
+  virtual int Get(std::string url, uint32_t timeout, CancelCallback cancel, void* cancelUserData,
+                  ProgressCallback progress, void* progressUserData);
+  // Slot 4: uploads `size` bytes at `data` (not copied; must live through the call) as the body
+  // of a POST, announced without a size (chunked). The response body is not captured: libcurl
+  // writes it to the standard output. A null `data` sends an empty body.
+  virtual int Post(std::string url, const void* data, uint64_t size, uint32_t timeout,
+                   CancelCallback cancel, void* cancelUserData, ProgressCallback progress,
+                   void* progressUserData);
+  // Slot 5: a request following redirects (at most 50), with the header lines of `headers` (may
+  // be null) and one more: "Expect:" (no 100-continue handshake) for memory output,
+  // "Content-Type: application/binary" for file output. With a non-null `dataOrPath` and a
+  // non-zero `size` it is a POST of those `size` bytes. With kToFile, `dataOrPath` is also the
+  // output file's path (narrow text, NUL-terminated; both uses apply to the same pointer): the
+  // file is created or truncated and holds an exclusive flock while the transfer runs.
+  virtual int Perform(std::string url, const std::vector<std::string>* headers,
+                      const char* dataOrPath, uint64_t size, uint32_t timeout,
+                      CancelCallback cancel, void* cancelUserData, ProgressCallback progress,
+                      void* progressUserData, uint32_t flags);
+  // Slot 6: Perform (through the table) with one header line, `length` bytes at `header`.
+  virtual int PerformWithHeader(std::string url, const char* header, size_t length,
+                                const char* dataOrPath, uint64_t size, uint32_t timeout,
+                                CancelCallback cancel, void* cancelUserData,
+                                ProgressCallback progress, void* progressUserData, uint32_t flags);
+  // Slot 7: PerformWithHeader (through the table) with no header text, so the list that reaches
+  // Perform holds one empty line.
+  virtual int PerformSimple(std::string url, const char* dataOrPath, uint64_t size,
+                            uint32_t timeout, CancelCallback cancel, void* cancelUserData,
+                            ProgressCallback progress, void* progressUserData, uint32_t flags);
+  // Slot 8: the received bytes (not NUL-terminated); null before the first memory transfer.
+  virtual const char* GetData() const;
+  // Slot 9: the number of received bytes.
+  virtual uint64_t GetDataSize() const;
+
+  // Whether later transfers verify the server's certificate chain (default false).
+  void SetVerifyPeer(bool verify);
+  // The file of trusted certificates (PEM) used when verifying; empty: libcurl's default store.
+  void SetCABundle(const VPath& path);
+  // The HTTP status of the last transfer's response; 0 when none was received.
+  int GetResponseCode() const;
+
+ private:
+  struct State;
+  struct Transfer;
+  void Begin(CancelCallback cancel, void* cancelUserData, ProgressCallback progress,
+             void* progressUserData);
+
+  std::unique_ptr<State> state_;
+};
+
+#endif  // VANTU_VURL_H
