@@ -1,6 +1,7 @@
 // The flat hot folder functions of <vantu/vantu.h>. A handle is the VHotfolder's address.
 #include <vantu/vantu.h>
 
+#include <cstring>
 #include <memory>
 
 #include <vantu/VHotfolder.h>
@@ -54,7 +55,8 @@ void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int keepFile)
   if (handle == nullptr || path == nullptr) return;
   try {
     // The path as the callback gave it: its bytes are compared with the listed entries'.
-    static_cast<VHotfolder*>(handle)->Remove(VFile(VPath(path)), keepFile != 0);
+    static_cast<VHotfolder*>(handle)->Remove(VFile(VPath::FromFileSystem(path, std::strlen(path))),
+                                             keepFile != 0);
   } catch (...) {
   }
 }

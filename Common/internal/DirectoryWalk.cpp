@@ -62,7 +62,9 @@ class Walk {
         result = visitor_.Visit(path_, false);
       } else if (kind == FileKind::kDirectory) {
         if (includeDirectories_) result = visitor_.Visit(path_, true);
-        if (recursive && depth > 0 && Enter()) result = Directory(true, depth - 1);
+        if (recursive && depth > 0 && visitor_.Enter(path_) && Enter()) {
+          result = Directory(true, depth - 1);
+        }
       }
       if (link) path_ = directory;
     }

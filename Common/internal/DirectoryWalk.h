@@ -14,6 +14,8 @@ class DirectoryVisitor {
   // path, "/", the name; a link stands for its fully resolved target) and is valid during the
   // call only. A non-zero result ends the walk; a directory's descent result replaces its own.
   virtual int Visit(const std::string& path, bool directory) = 0;
+  // Whether to descend into this directory (after its Visit); the walk's own rules apply too.
+  virtual bool Enter(const std::string& /*path*/) { return true; }
   // A directory that could not be listed (errno value `error`). True goes on as if it were
   // empty; false ends the walk with std::system_error.
   virtual bool Unreadable(const std::string& path, int error) = 0;

@@ -31,6 +31,8 @@ class VANTU_API VFile : public VBaseObject {
   ~VFile() override;
 
   VPath GetPath() const;
+  // The path itself, without the copy GetPath makes.
+  const VPath& Path() const noexcept { return path_; }
 
   bool Exists() const;
   // An existing regular file (a symbolic link counts as what it points to).

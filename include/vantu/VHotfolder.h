@@ -20,13 +20,20 @@
 // delivered again at the next scan. Stop empties the list, so a later Start delivers again
 // everything still there.
 //
-// Every step is traced at level "INFO" through VLogMessage into the current log. Nothing is
-// thrown out of a scan or out of Remove; a missing or unreadable folder gives an empty scan.
+// With SetWakeOnChange(true) the hot folder also watches its folder (and the sub-folders a scan
+// reads) for entries closed after writing, moved in or deleted, and runs a scan soon after a
+// burst of such changes, so a file is delivered about half a second after its writer closed
+// it. The periodic scan stays as the safety net for what notification misses: overflowed event
+// queues, network file systems that report nothing, folders that could not be watched.
 //
-// Thread safety: scans run on a pool thread, one at a time; Remove may be called from any
-// thread, including from inside the callback (the scan mutex is recursive). Stop and the
-// destructor wait for a scan in progress, so they must not be called from inside this hot
-// folder's own callback.
+// Every step is traced at level "INFO" through VLogMessage into the current log. Nothing is
+// thrown out of a scan or out of Remove; a missing folder gives an empty scan. A recursive scan
+// that cannot read a sub-folder keeps the entries it delivered under it.
+//
+// Thread safety: scans run on a pool thread (or the watcher's thread), one at a time; Remove may
+// be called from any thread, including from inside the callback (the scan mutex is recursive).
+// Stop, SetWakeOnChange(false) and the destructor wait for a scan in progress, so they must not
+// be called from inside this hot folder's own callback.
 #ifndef VANTU_VHOTFOLDER_H
 #define VANTU_VHOTFOLDER_H
 
@@ -55,8 +62,8 @@ class VANTU_API VHotfolder : public VBaseObject {
 
   // Slot 3: CopyFrom(other) unless other is this object.
   virtual void Assign(const VHotfolder& other);
-  // Slot 4: copies path, group folders, recursive, period, callback, user data, enabled and
-  // stopping; never the list, the timer or the mutex.
+  // Slot 4: copies path, group folders, recursive, period, callback, user data, enabled,
+  // stopping and wake-on-change; never the list, the timer, the watcher or the mutex.
   virtual void CopyFrom(const VHotfolder& other);
 
   // The live list of delivered entries, in delivery order. Lock-free access races with scans:
@@ -80,6 +87,9 @@ class VANTU_API VHotfolder : public VBaseObject {
   void SetGroupFolders(bool groupFolders);
   void SetCallback(Callback callback);
   void SetUserData(void* userData);
+  // Wakes a scan early when entries change (see above); off by default. Takes effect at once.
+  void SetWakeOnChange(bool wake);
+  bool GetWakeOnChange() const;
 
   // Starts scanning: the first scan one second later, then every period. On a running hot folder
   // only the period changes (from the end of the current interval); the list is kept.
@@ -97,7 +107,9 @@ class VANTU_API VHotfolder : public VBaseObject {
 
  private:
   class Scan;
+  class Watcher;
   static int OnTimer(void* self);
+  void StopWatcher();
 
   // Settings may change from any thread while a scan runs; each scan reads them once.
   std::list<VHFItem> fileList_;
@@ -112,6 +124,11 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::atomic<bool> recursive_{false};
   std::atomic<bool> groupFolders_{false};
   std::atomic<bool> stopping_{false};
+  std::atomic<bool> wakeOnChange_{false};
+  std::mutex watcherMutex_;  // guards watcher_ and running_
+  std::unique_ptr<Watcher> watcher_;
+  bool running_ = false;
+  Scan* activeScan_ = nullptr;  // the scan in progress, under the scan mutex
 };
 
 #endif  // VANTU_VHOTFOLDER_H

@@ -277,15 +277,50 @@ TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
   EXPECT_TRUE(has("INFO [File: VHotfolder Line: 474]\t\"Deleting " + a + "\""));
 }
 
-TEST_F(VHotfolderTest, AnUnreadableSubdirectoryDoesNotBreakTheScan) {
+// A sub-folder that cannot be read neither stops the scan nor makes it forget what it
+// delivered there: once readable again, nothing is delivered twice.
+TEST_F(VHotfolderTest, AnUnreadableSubdirectoryIsNeitherAnEndNorAnAmnesia) {
   if (RunningAsRoot()) GTEST_SKIP() << "root reads every directory";
   folder.SetRecursive(true);
   dir.Write("locked/f", "1");
+  dir.Write("later/g", "2");
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Paths().size(), 2u);
   ASSERT_EQ(::chmod((dir / "locked").c_str(), 0), 0);
-  EXPECT_NO_THROW(folder.CheckFolderChanges());
+  dir.Write("later/h", "3");
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(dir / "later/h"), 1u);
+  EXPECT_EQ(folder.GetFileList()->size(), 3u);
   ::chmod((dir / "locked").c_str(), 0700);
   folder.CheckFolderChanges();
   EXPECT_EQ(delivered.Count(dir / "locked/f"), 1u);
+}
+
+// With wake on change a file is delivered soon after its writer closes it, long before the
+// next periodic scan, also in a sub-folder made after the start and when moved in.
+TEST_F(VHotfolderTest, WakeOnChangeDeliversSoonAfterTheWriterClosesTheFile) {
+  const TempDir outside;
+  folder.SetRecursive(true);
+  folder.SetTimeMilliseconds(600000);
+  folder.SetWakeOnChange(true);
+  dir.Write("first", "1");
+  folder.Start();
+  ASSERT_TRUE(delivered.WaitFor(1));  // the first periodic scan, one second after the start
+  const auto start = std::chrono::steady_clock::now();
+  dir.Write("closed", "2");
+  ASSERT_TRUE(delivered.WaitFor(2, 10s));
+  std::filesystem::create_directories(dir / "new/deeper");
+  dir.Write("new/deeper/inside", "3");
+  ASSERT_TRUE(delivered.WaitFor(3, 10s));
+  std::filesystem::rename(outside.Write("moved", "4"), dir / "moved");
+  ASSERT_TRUE(delivered.WaitFor(4, 10s));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+  EXPECT_EQ(delivered.Count(dir / "new/deeper/inside"), 1u);
+  EXPECT_EQ(delivered.Count(dir / "moved"), 1u);
+  folder.SetWakeOnChange(false);
+  dir.Write("unnoticed", "5");
+  EXPECT_FALSE(delivered.WaitFor(5, 2s));
+  folder.Stop();
 }
 
 TEST(VHotfolderConcurrencyTest, TenHotFoldersNeverOverlapTheirCallbacks) {
