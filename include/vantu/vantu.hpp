@@ -18,9 +18,13 @@
 #include <vantu/VLogMessage.h>
 #include <vantu/VPath.h>
 #include <vantu/VPocoTimer.h>
+#include <vantu/VRandom.h>
 #include <vantu/VString.h>
 #include <vantu/VTimer.h>
 #include <vantu/VTimestamp.h>
+#include <vantu/VUUID.h>
+#include <vantu/VUnzipFile.h>
+#include <vantu/VZipFile.h>
 #include <vantu/vantu.h>
 
 #endif  // VANTU_VANTU_HPP
