@@ -120,9 +120,13 @@ class LzmaDecoder : public ZipDecoder {
       stream_.next_in = alone;
       stream_.avail_in = sizeof(alone);
       stream_.next_out = out;
-      stream_.avail_out = 0;
-      const lzma_ret rc = lzma_code(&stream_, LZMA_RUN);
-      if ((rc != LZMA_OK && rc != LZMA_BUF_ERROR) || stream_.avail_in != 0) Fail(rc);
+      stream_.avail_out = outSize;
+      // The header yields no output; the decoder takes it in a few steps.
+      for (int step = 0; stream_.avail_in != 0; ++step) {
+        const lzma_ret rc = lzma_code(&stream_, LZMA_RUN);
+        if (rc != LZMA_OK || step == 8) Fail(rc);
+      }
+      if (stream_.avail_out != outSize) BadData("LZMA", "unexpected output");
       started_ = true;
       in += take;
       inSize -= take;

@@ -93,7 +93,7 @@ std::string Join(const std::vector<std::string>& parts, size_t count) {
 // std::system_error, and is tried again with another name when the name is taken.
 template <typename Make>
 std::string MakeUnique(const std::string& folder, const std::string& name, Make make) {
-  VRandom random;
+  thread_local VRandom random;
   for (int attempt = 0;; ++attempt) {
     char suffix[24];
     std::snprintf(suffix, sizeof(suffix), ".vantu-%08x", random.Next());

@@ -11,6 +11,8 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <vector>
+#include <cstdint>
 
 namespace vantu::test {
 
@@ -65,6 +67,71 @@ inline std::map<std::string, std::string> Snapshot(const std::string& root) {
 inline long long ModifiedSeconds(const std::string& path) {
   struct stat info;
   return ::lstat(path.c_str(), &info) == 0 ? static_cast<long long>(info.st_mtime) : -1;
+}
+
+// One entry for BuildZip: the bytes as stored and the header fields, any of them wrong if a
+// test wants it so.
+struct RawEntry {
+  std::string name;
+  std::string data;  // already compressed with `method`
+  uint16_t method = 0;
+  uint32_t crc = 0;
+  uint64_t size = 0;  // declared uncompressed size (32 bits written)
+  uint16_t flags = 0x0800;
+  uint32_t external = 0;
+  uint16_t madeBy = 0x033F;  // Unix, 6.3
+};
+
+// A zip archive of the given entries, written field by field.
+inline std::string BuildZip(const std::vector<RawEntry>& entries) {
+  auto put = [](std::string& out, uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) out.push_back(static_cast<char>(value >> (8 * i)));
+  };
+  std::string archive;
+  std::string directory;
+  for (const RawEntry& e : entries) {
+    const uint64_t offset = archive.size();
+    put(archive, 0x04034b50, 4);
+    put(archive, 20, 2);
+    put(archive, e.flags, 2);
+    put(archive, e.method, 2);
+    put(archive, 0x58210000, 4);  // 2024-01-01 00:00
+    put(archive, e.crc, 4);
+    put(archive, e.data.size(), 4);
+    put(archive, e.size, 4);
+    put(archive, e.name.size(), 2);
+    put(archive, 0, 2);
+    archive += e.name + e.data;
+    put(directory, 0x02014b50, 4);
+    put(directory, e.madeBy, 2);
+    put(directory, 20, 2);
+    put(directory, e.flags, 2);
+    put(directory, e.method, 2);
+    put(directory, 0x58210000, 4);
+    put(directory, e.crc, 4);
+    put(directory, e.data.size(), 4);
+    put(directory, e.size, 4);
+    put(directory, e.name.size(), 2);
+    put(directory, 0, 6);  // extra, comment, disk
+    put(directory, 0, 2);
+    put(directory, e.external, 4);
+    put(directory, offset, 4);
+    directory += e.name;
+  }
+  const uint64_t start = archive.size();
+  archive += directory;
+  put(archive, 0x06054b50, 4);
+  put(archive, 0, 4);
+  put(archive, entries.size(), 2);
+  put(archive, entries.size(), 2);
+  put(archive, directory.size(), 4);
+  put(archive, start, 4);
+  put(archive, 0, 2);
+  return archive;
+}
+
+inline void WriteFile(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
 }
 
 }  // namespace vantu::test
