@@ -316,6 +316,7 @@ bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
   }
   // Depth of the folder holding the link, then walk the target's components.
   long depth = static_cast<long>(linkComponents.size()) - 1;
+  bool descended = false;
   size_t start = 0;
   while (start <= target.size()) {
     size_t slash = target.find('/', start);
@@ -323,6 +324,10 @@ bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
     const std::string part = target.substr(start, slash - start);
     start = slash + 1;
     if (part.empty() || part == ".") continue;
+    // ".." after a name would climb out of whatever that name turns out to be (a link to "."
+    // made later, say), so only leading ".." components are accepted.
+    if (part == ".." && descended) return false;
+    descended = descended || part != "..";
     depth += part == ".." ? -1 : 1;
     if (depth < 0) return false;
   }

@@ -89,7 +89,9 @@ uint64_t LocateEntryData(const ArchiveFile& file, const ZipRecord& record);
 // separators and NUL bytes.
 std::vector<std::string> SafeNameComponents(const std::string& name);
 // Whether a symbolic link stored at `linkComponents` with text `target` stays inside the
-// folder: a relative target whose ".." components never climb above the folder.
+// folder by its text alone: relative, its ".." components all leading and never climbing above
+// the folder. (Where links among the components make the link's folder shallower than its
+// name, the extraction checks the climb on the disk too.)
 bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
                            const std::string& target);
 

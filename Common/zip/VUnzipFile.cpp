@@ -154,6 +154,20 @@ class Target {
     if (root_ == "/") root_.clear();
   }
 
+  // Whether a link in `folder` (a path Folder returned) whose text climbs with leading ".."
+  // components stays inside the target: the climb starts where the folder really is, which
+  // links among its components may make shallower than its name.
+  bool LinkStaysInside(const std::string& folder, const std::string& target) const {
+    std::string path = platform::RealPath(folder);
+    for (const std::string& part : SplitPath(target)) {
+      if (part == ".") continue;
+      if (part != "..") break;
+      if (!Inside(path) || path == root_) return false;
+      path.erase(path.rfind('/'));
+    }
+    return Inside(path);
+  }
+
   // Makes the folders of the first `count` components and checks that each lies inside the
   // target (a link among them must resolve inside). Returns the full path.
   std::string Folder(const std::vector<std::string>& parts, size_t count) {
@@ -169,7 +183,7 @@ class Target {
         platform::MakeDirectory(path, 0777);
       } else if (status.isLink) {
         const std::string real = platform::RealPath(path);
-        if (real.compare(0, root_.size() + 1, root_ + "/") != 0 && real != root_) {
+        if (!Inside(real)) {
           throw VantuDataException("the path leads out of the target folder through a link");
         }
         if (!platform::GetFileStatus(real, true, status) ||
@@ -186,6 +200,10 @@ class Target {
   }
 
  private:
+  bool Inside(const std::string& path) const {
+    return path == root_ || path.compare(0, root_.size() + 1, root_ + "/") == 0;
+  }
+
   static std::vector<std::string> SplitPath(const std::string& path) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -480,7 +498,7 @@ class VUnzipFile::Impl {
         Decode(record, budget, [&](const unsigned char* data, size_t size) {
           link.append(reinterpret_cast<const char*>(data), size);
         });
-        if (!LinkTargetStaysInside(parts, link)) {
+        if (!LinkTargetStaysInside(parts, link) || !target.LinkStaysInside(folder, link)) {
           throw VantuDataException("symbolic link to \"" + link + "\" leads out of the target folder");
         }
         const std::string linkPath = MakeUnique(folder, parts.back(), [&](const std::string& at) {
