@@ -30,7 +30,8 @@ class Scratch {
  public:
   Scratch() {
     const char* base = std::getenv("TMPDIR");
-    root_ = fs::path(base && *base ? base : "/tmp") / ("vantu-zipbench-" + std::to_string(::getpid()));
+    root_ =
+        fs::path(base && *base ? base : "/tmp") / ("vantu-zipbench-" + std::to_string(::getpid()));
     fs::create_directories(root_);
   }
   ~Scratch() {
@@ -50,15 +51,18 @@ class Scratch {
     size_t written = 0;
     for (int i = 0; i < kFiles; ++i) {
       const size_t left = kTotal - written;
-      const size_t size = i == kFiles - 1 ? left
-                                          : std::min(left, size_t{50000} + random.Next(2 * (kTotal / kFiles) - 100000));
+      const size_t size =
+          i == kFiles - 1
+              ? left
+              : std::min(left, size_t{50000} + random.Next(2 * (kTotal / kFiles) - 100000));
       std::string data;
       data.reserve(size + 64);
       while (data.size() < size) {
         switch (i % 3) {
           case 0:
             data += "2024-05-0" + std::to_string(random.Next(9) + 1) + " INFO request " +
-                    std::to_string(random.Next(1000)) + " served in " + std::to_string(random.Next(90)) + " ms\n";
+                    std::to_string(random.Next(1000)) + " served in " +
+                    std::to_string(random.Next(90)) + " ms\n";
             break;
           case 1:
             data += kWords[random.Next(12)];
@@ -69,13 +73,15 @@ class Scratch {
             if (random.Next(2) == 0) {
               data.append(run, static_cast<char>(random.Next(256)));
             } else {
-              for (uint32_t k = 0; k < run; ++k) data.push_back(static_cast<char>(random.Next(256)));
+              for (uint32_t k = 0; k < run; ++k)
+                data.push_back(static_cast<char>(random.Next(256)));
             }
           }
         }
       }
       data.resize(size);
-      const fs::path file = tree / ("d" + std::to_string(i % 40)) / ("f" + std::to_string(i) + ".dat");
+      const fs::path file =
+          tree / ("d" + std::to_string(i % 40)) / ("f" + std::to_string(i) + ".dat");
       fs::create_directories(file.parent_path());
       std::ofstream(file, std::ios::binary).write(data.data(), data.size());
       written += size;

@@ -91,7 +91,8 @@ class Bzip2Decoder : public ZipDecoder {
 // decoder turns that into the header of the classic .lzma format, which also carries the size.
 class LzmaDecoder : public ZipDecoder {
  public:
-  LzmaDecoder(bool xz, bool endMarker, uint64_t size) : xz_(xz), endMarker_(endMarker), size_(size) {
+  LzmaDecoder(bool xz, bool endMarker, uint64_t size)
+      : xz_(xz), endMarker_(endMarker), size_(size) {
     if (xz_ && lzma_stream_decoder(&stream_, kDecoderMemoryLimit, 0) != LZMA_OK) {
       throw std::bad_alloc();
     }
@@ -276,8 +277,7 @@ uint32_t Crc32(uint32_t crc, const void* data, size_t size) {
   return crc;
 }
 
-std::unique_ptr<ZipDecoder> ZipDecoder::Create(uint16_t method, bool lzmaEndMarker,
-                                               uint64_t size) {
+std::unique_ptr<ZipDecoder> ZipDecoder::Create(uint16_t method, bool lzmaEndMarker, uint64_t size) {
   switch (method) {
     case 0:
       return std::make_unique<StoreDecoder>();

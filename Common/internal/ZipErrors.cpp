@@ -8,7 +8,8 @@ void ThrowFileError(const std::system_error& error, const std::string& what) {
   const std::string message = what + ": " + error.code().message();
   const std::error_condition condition = error.code().default_error_condition();
   if (condition == std::errc::no_such_file_or_directory) throw VantuFileNotFoundException(message);
-  if (condition == std::errc::permission_denied || condition == std::errc::operation_not_permitted) {
+  if (condition == std::errc::permission_denied ||
+      condition == std::errc::operation_not_permitted) {
     throw VantuFileAccessDeniedException(message);
   }
   if (condition == std::errc::file_exists) throw VantuFileExistsException(message);

@@ -31,8 +31,12 @@ constexpr size_t kEnd64Size = 56;
 constexpr size_t kEnd64LocatorSize = 20;
 
 uint16_t Get16(const unsigned char* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
-uint32_t Get32(const unsigned char* p) { return Get16(p) | static_cast<uint32_t>(Get16(p + 2)) << 16; }
-uint64_t Get64(const unsigned char* p) { return Get32(p) | static_cast<uint64_t>(Get32(p + 4)) << 32; }
+uint32_t Get32(const unsigned char* p) {
+  return Get16(p) | static_cast<uint32_t>(Get16(p + 2)) << 16;
+}
+uint64_t Get64(const unsigned char* p) {
+  return Get32(p) | static_cast<uint64_t>(Get32(p + 4)) << 32;
+}
 
 [[noreturn]] void Corrupt(const std::string& what) {
   throw VantuDataException("Corrupt zip archive: " + what);
@@ -40,18 +44,17 @@ uint64_t Get64(const unsigned char* p) { return Get32(p) | static_cast<uint64_t>
 
 // Code page 437, the format's original name encoding, for bytes 0x80-0xFF.
 const char16_t kCodePage437[128] = {
-    0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8,
-    0x00EF, 0x00EE, 0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2,
-    0x00FB, 0x00F9, 0x00FF, 0x00D6, 0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1,
-    0x00ED, 0x00F3, 0x00FA, 0x00F1, 0x00D1, 0x00AA, 0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD,
-    0x00BC, 0x00A1, 0x00AB, 0x00BB, 0x2591, 0x2592, 0x2593, 0x2502, 0x2524, 0x2561, 0x2562,
-    0x2556, 0x2555, 0x2563, 0x2551, 0x2557, 0x255D, 0x255C, 0x255B, 0x2510, 0x2514, 0x2534,
-    0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F, 0x255A, 0x2554, 0x2569, 0x2566, 0x2560,
-    0x2550, 0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559, 0x2558, 0x2552, 0x2553, 0x256B,
-    0x256A, 0x2518, 0x250C, 0x2588, 0x2584, 0x258C, 0x2590, 0x2580, 0x03B1, 0x00DF, 0x0393,
-    0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4, 0x03A6, 0x0398, 0x03A9, 0x03B4, 0x221E, 0x03C6,
-    0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00F7, 0x2248, 0x00B0,
-    0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
+    0x00C7, 0x00FC, 0x00E9, 0x00E2, 0x00E4, 0x00E0, 0x00E5, 0x00E7, 0x00EA, 0x00EB, 0x00E8, 0x00EF,
+    0x00EE, 0x00EC, 0x00C4, 0x00C5, 0x00C9, 0x00E6, 0x00C6, 0x00F4, 0x00F6, 0x00F2, 0x00FB, 0x00F9,
+    0x00FF, 0x00D6, 0x00DC, 0x00A2, 0x00A3, 0x00A5, 0x20A7, 0x0192, 0x00E1, 0x00ED, 0x00F3, 0x00FA,
+    0x00F1, 0x00D1, 0x00AA, 0x00BA, 0x00BF, 0x2310, 0x00AC, 0x00BD, 0x00BC, 0x00A1, 0x00AB, 0x00BB,
+    0x2591, 0x2592, 0x2593, 0x2502, 0x2524, 0x2561, 0x2562, 0x2556, 0x2555, 0x2563, 0x2551, 0x2557,
+    0x255D, 0x255C, 0x255B, 0x2510, 0x2514, 0x2534, 0x252C, 0x251C, 0x2500, 0x253C, 0x255E, 0x255F,
+    0x255A, 0x2554, 0x2569, 0x2566, 0x2560, 0x2550, 0x256C, 0x2567, 0x2568, 0x2564, 0x2565, 0x2559,
+    0x2558, 0x2552, 0x2553, 0x256B, 0x256A, 0x2518, 0x250C, 0x2588, 0x2584, 0x258C, 0x2590, 0x2580,
+    0x03B1, 0x00DF, 0x0393, 0x03C0, 0x03A3, 0x03C3, 0x00B5, 0x03C4, 0x03A6, 0x0398, 0x03A9, 0x03B4,
+    0x221E, 0x03C6, 0x03B5, 0x2229, 0x2261, 0x00B1, 0x2265, 0x2264, 0x2320, 0x2321, 0x00F7, 0x2248,
+    0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
 };
 
 bool IsValidUtf8(const std::string& text) {
@@ -99,8 +102,8 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
       record.modifiedSeconds = Get32(data + 1);
     } else if (tag == 0x7075 && length >= 5 && data[0] == 1) {
       const uint32_t nameCrc = Get32(data + 1);
-      const auto crc = static_cast<uint32_t>(
-          crc32(0, reinterpret_cast<const Bytef*>(rawName.data()), static_cast<uInt>(rawName.size())));
+      const auto crc = static_cast<uint32_t>(crc32(
+          0, reinterpret_cast<const Bytef*>(rawName.data()), static_cast<uInt>(rawName.size())));
       if (crc == nameCrc) unicodeName.assign(reinterpret_cast<const char*>(data + 5), length - 5);
     }
     extra += 4 + length;
@@ -257,9 +260,8 @@ std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
   std::vector<const ZipRecord*> byOffset;
   byOffset.reserve(records.size());
   for (const ZipRecord& record : records) byOffset.push_back(&record);
-  std::sort(byOffset.begin(), byOffset.end(), [](const ZipRecord* a, const ZipRecord* b) {
-    return a->localOffset < b->localOffset;
-  });
+  std::sort(byOffset.begin(), byOffset.end(),
+            [](const ZipRecord* a, const ZipRecord* b) { return a->localOffset < b->localOffset; });
   for (size_t i = 0; i < byOffset.size(); ++i) {
     const ZipRecord& record = *byOffset[i];
     const uint64_t limit = i + 1 < byOffset.size() ? byOffset[i + 1]->localOffset : directoryStart;
@@ -275,7 +277,8 @@ uint64_t LocateEntryData(const ArchiveFile& file, const ZipRecord& record) {
   unsigned char header[kLocalHeaderSize];
   file.Read(header, sizeof(header), record.localOffset);
   if (Get32(header) != kLocalSignature) Corrupt("bad local header for \"" + record.name + "\"");
-  const uint64_t data = record.localOffset + kLocalHeaderSize + Get16(header + 26) + Get16(header + 28);
+  const uint64_t data =
+      record.localOffset + kLocalHeaderSize + Get16(header + 26) + Get16(header + 28);
   if (data > file.Size() || file.Size() - data < record.compressedSize) {
     Corrupt("data of \"" + record.name + "\" runs past the end of the file");
   }
@@ -337,9 +340,9 @@ bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
 uint32_t DosTimeFromSeconds(long long epochSeconds) {
   Poco::LocalDateTime local(Poco::Timestamp::fromEpochTime(static_cast<std::time_t>(epochSeconds)));
   if (local.year() < 1980) return (1 << 16) | (1 << 21);  // 1980-01-01 00:00
-  if (local.year() > 2107) return 0xFF9FBF7D;            // 2107-12-31 23:59:58
-  const uint32_t date = static_cast<uint32_t>((local.year() - 1980) << 9 | local.month() << 5 |
-                                              local.day());
+  if (local.year() > 2107) return 0xFF9FBF7D;             // 2107-12-31 23:59:58
+  const uint32_t date =
+      static_cast<uint32_t>((local.year() - 1980) << 9 | local.month() << 5 | local.day());
   const uint32_t time =
       static_cast<uint32_t>(local.hour() << 11 | local.minute() << 5 | local.second() / 2);
   return date << 16 | time;

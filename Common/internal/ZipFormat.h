@@ -10,16 +10,6 @@
 
 namespace vantu::internal {
 
-// Compression methods by their numbers in the format.
-enum ZipMethodNumber : uint16_t {
-  kZipStore = 0,
-  kZipDeflate = 8,
-  kZipBzip2 = 12,
-  kZipLzma = 14,
-  kZipZstd = 93,
-  kZipXz = 95,
-};
-
 // General-purpose flag bits.
 constexpr uint16_t kZipFlagEncrypted = 0x0001;
 constexpr uint16_t kZipFlagLzmaEndMarker = 0x0002;

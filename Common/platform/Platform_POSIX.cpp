@@ -4,8 +4,8 @@
 #include <fcntl.h>
 #include <iconv.h>
 #include <langinfo.h>
-#include <signal.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -111,8 +111,9 @@ std::string MakeUnique(const std::string& folder, const std::string& name, Make 
 class TemporaryFile {
  public:
   TemporaryFile(const std::string& folder, const std::string& name) {
-    path_ = MakeUnique(folder, name,
-                       [this](const std::string& path) { fd_ = platform::CreateNewFile(path, 0666); });
+    path_ = MakeUnique(folder, name, [this](const std::string& path) {
+      fd_ = platform::CreateNewFile(path, 0666);
+    });
   }
   ~TemporaryFile() {
     if (fd_ >= 0) platform::CloseFileQuietly(fd_);
@@ -279,7 +280,8 @@ class VUnzipFile::Impl {
     for (size_t i = 0; i < all.size(); ++i) all[i] = i;
     Failed failed;
     Run(all, budget, threads_, failed, [&](size_t i) {
-      if (!records_[i].IsDirectory()) Decode(records_[i], budget, [](const unsigned char*, size_t) {});
+      if (!records_[i].IsDirectory())
+        Decode(records_[i], budget, [](const unsigned char*, size_t) {});
     });
     Report("test", failed, failures);
   }
@@ -290,10 +292,12 @@ class VUnzipFile::Impl {
     budget.max = maxBytes_;
     std::string content;
     try {
-      Decode(record, budget,
-             [&](const unsigned char* data, size_t size) { content.append(reinterpret_cast<const char*>(data), size); });
+      Decode(record, budget, [&](const unsigned char* data, size_t size) {
+        content.append(reinterpret_cast<const char*>(data), size);
+      });
     } catch (...) {
-      ThrowLike(std::current_exception(), "\"" + record.name + "\": " + ReasonOf(std::current_exception()));
+      ThrowLike(std::current_exception(),
+                "\"" + record.name + "\": " + ReasonOf(std::current_exception()));
     }
     return content;
   }
@@ -306,7 +310,8 @@ class VUnzipFile::Impl {
     try {
       ExtractOne(record, target, budget, true);
     } catch (...) {
-      ThrowLike(std::current_exception(), "\"" + record.name + "\": " + ReasonOf(std::current_exception()));
+      ThrowLike(std::current_exception(),
+                "\"" + record.name + "\": " + ReasonOf(std::current_exception()));
     }
   }
 
@@ -429,8 +434,8 @@ class VUnzipFile::Impl {
   template <typename Sink>
   void Decode(const ZipRecord& record, Budget& budget, Sink sink) const {
     if (record.IsEncrypted()) throw VantuDataException("encrypted entries are not supported");
-    auto decoder = ZipDecoder::Create(record.method, record.flags & kZipFlagLzmaEndMarker,
-                                      record.size);
+    auto decoder =
+        ZipDecoder::Create(record.method, record.flags & kZipFlagLzmaEndMarker, record.size);
     if (!decoder) {
       throw VantuDataException("compression method " + std::to_string(record.method) +
                                " is not supported");
@@ -499,7 +504,8 @@ class VUnzipFile::Impl {
           link.append(reinterpret_cast<const char*>(data), size);
         });
         if (!LinkTargetStaysInside(parts, link) || !target.LinkStaysInside(folder, link)) {
-          throw VantuDataException("symbolic link to \"" + link + "\" leads out of the target folder");
+          throw VantuDataException("symbolic link to \"" + link +
+                                   "\" leads out of the target folder");
         }
         const std::string linkPath = MakeUnique(folder, parts.back(), [&](const std::string& at) {
           platform::MakeSymbolicLink(link, at);

@@ -33,6 +33,9 @@ constexpr uint64_t kInMemoryLimit = 8u << 20;
 constexpr size_t kPiece = 1u << 20;
 // Entries this large or larger carry ZIP64 sizes in their local header from the start.
 constexpr uint64_t kZip64Threshold = 0xF0000000u;
+constexpr uint16_t kZipStore = static_cast<uint16_t>(VZipMethod::Store);
+constexpr uint16_t kZipDeflate = static_cast<uint16_t>(VZipMethod::Deflate);
+constexpr uint16_t kZipZstd = static_cast<uint16_t>(VZipMethod::Zstd);
 // Version made by: Unix, format version 6.3.
 constexpr uLong kVersionMadeBy = (kMadeByUnix << 8) | 63;
 
@@ -195,8 +198,8 @@ class VZipFile::Impl {
     if (status.kind != platform::FileKind::kFile) {
       throw VantuInvalidArgumentException("Not a regular file: \"" + item.source + "\"");
     }
-    item.name = ArchiveName(nameInArchive ? *nameInArchive : VString(LastComponent(item.source), UTF8),
-                            false);
+    item.name = ArchiveName(
+        nameInArchive ? *nameInArchive : VString(LastComponent(item.source), UTF8), false);
     item.size = status.size;
     item.modified = status.modifiedSeconds;
     item.mode = status.mode;
@@ -253,7 +256,8 @@ class VZipFile::Impl {
  private:
   void CheckUsable() const {
     if (zip_ == nullptr) throw VantuInvalidArgumentException("VZipFile: no archive is open");
-    if (broken_) throw VantuIOException("The archive \"" + final_ + "\" is unusable after a failure");
+    if (broken_)
+      throw VantuIOException("The archive \"" + final_ + "\" is unusable after a failure");
   }
 
   void ClaimName(const std::string& name) {
@@ -350,10 +354,10 @@ class VZipFile::Impl {
     info.external_fa = (type | (item.mode & 07777)) << 16 | (item.directory ? 0x10 : 0);
     const std::string extra = ExtendedTimestampField(item.modified);
     const int rc = zipOpenNewFileInZip4_64(
-        zip_, item.name.c_str(), &info, extra.data(), static_cast<uInt>(extra.size()),
-        extra.data(), static_cast<uInt>(extra.size()), nullptr,
-        method == kZipZstd ? int{kZipStore} : int{method}, level_ < 0 ? Z_DEFAULT_COMPRESSION : level_, 1,
-        -MAX_WBITS, 8, Z_DEFAULT_STRATEGY, nullptr, 0, kVersionMadeBy, kZipFlagUtf8, zip64 ? 1 : 0);
+        zip_, item.name.c_str(), &info, extra.data(), static_cast<uInt>(extra.size()), extra.data(),
+        static_cast<uInt>(extra.size()), nullptr, method == kZipZstd ? int{kZipStore} : int{method},
+        level_ < 0 ? Z_DEFAULT_COMPRESSION : level_, 1, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY, nullptr,
+        0, kVersionMadeBy, kZipFlagUtf8, zip64 ? 1 : 0);
     if (rc != ZIP_OK) Fail(item.name);
     if (method == kZipZstd) zstdNames_.push_back(item.name);
   }
@@ -377,7 +381,8 @@ class VZipFile::Impl {
   }
 
   void WriteEntry(const Item& item, const Packed& packed) {
-    BeginEntry(item, packed.method, std::max<uint64_t>(packed.size, packed.data.size()) >= kZip64Threshold);
+    BeginEntry(item, packed.method,
+               std::max<uint64_t>(packed.size, packed.data.size()) >= kZip64Threshold);
     WriteData(item, packed.data.data(), packed.data.size());
     EndEntry(item, packed.size, packed.crc);
   }
@@ -474,7 +479,8 @@ class VZipFile::Impl {
         size_t i;
         {
           std::unique_lock<std::mutex> lock(mutex);
-          changed.wait(lock, [&] { return stop || next >= items.size() || next < written + window; });
+          changed.wait(lock,
+                       [&] { return stop || next >= items.size() || next < written + window; });
           if (stop || next >= items.size()) return;
           i = next++;
         }

@@ -64,7 +64,8 @@ TEST(VRandomTest, DoublesAndBytesCoverTheirRange) {
   unsigned char key2[32] = {};
   VRandom::FillSecure(key1, sizeof(key1));
   VRandom::FillSecure(key2, sizeof(key2));
-  EXPECT_NE(std::vector<unsigned char>(key1, key1 + 32), std::vector<unsigned char>(key2, key2 + 32));
+  EXPECT_NE(std::vector<unsigned char>(key1, key1 + 32),
+            std::vector<unsigned char>(key2, key2 + 32));
 }
 
 }  // namespace

@@ -28,10 +28,11 @@ TEST(VUUIDTest, FormatsParsesAndCarriesVersionAndVariant) {
   EXPECT_EQ(VUUID::Null().ToString().GetString(), "00000000-0000-0000-0000-000000000000");
   const char* canonical = "01890a5d-ac96-774b-bcce-b302099a8057";
   EXPECT_EQ(VUUID::Parse(canonical).Version(), 7);
-  for (const char* bad : {"", "01890a5d-ac96-774b-bcce-b302099a805", "01890a5d-ac96-774b-bcce-b302099a80570",
-                          "{01890a5d-ac96-774b-bcce-b302099a8057}", "01890a5dac96774bbccеb302099a8057",
-                          "01890a5d-ac96-774b-bcce_b302099a8057", "01890a5d-ac96-774b-bcce-b302099a805g",
-                          " 1890a5d-ac96-774b-bcce-b302099a8057", "urn:uuid:01890a5d-ac96-774b-bcce-b30"}) {
+  for (const char* bad :
+       {"", "01890a5d-ac96-774b-bcce-b302099a805", "01890a5d-ac96-774b-bcce-b302099a80570",
+        "{01890a5d-ac96-774b-bcce-b302099a8057}", "01890a5dac96774bbccеb302099a8057",
+        "01890a5d-ac96-774b-bcce_b302099a8057", "01890a5d-ac96-774b-bcce-b302099a805g",
+        " 1890a5d-ac96-774b-bcce-b302099a8057", "urn:uuid:01890a5d-ac96-774b-bcce-b30"}) {
     EXPECT_THROW(VUUID::Parse(bad), VantuSyntaxException) << bad;
   }
 }
@@ -40,7 +41,8 @@ TEST(VUUIDTest, Version7IdsSortInCreationOrderAcrossThreads) {
   // Several threads at once, most ids within the same millisecond: each thread's ids rise, and
   // all are distinct; ids made after a join sort after every earlier one.
   const auto before = std::chrono::duration_cast<std::chrono::milliseconds>(
-                          std::chrono::system_clock::now().time_since_epoch()).count();
+                          std::chrono::system_clock::now().time_since_epoch())
+                          .count();
   std::vector<std::vector<VUUID>> made(4);
   std::vector<std::thread> threads;
   for (auto& ids : made) {

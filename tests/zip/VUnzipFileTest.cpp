@@ -26,8 +26,8 @@ namespace fs = std::filesystem;
 namespace {
 
 uint32_t Crc(const std::string& data) {
-  return static_cast<uint32_t>(crc32(0, reinterpret_cast<const Bytef*>(data.data()),
-                                     static_cast<uInt>(data.size())));
+  return static_cast<uint32_t>(
+      crc32(0, reinterpret_cast<const Bytef*>(data.data()), static_cast<uInt>(data.size())));
 }
 
 // Raw deflate of `data`; with `fullFlush` the stream is left open after a full flush.
@@ -88,14 +88,20 @@ TEST(VUnzipFileTest, ReadsWhatOtherToolsWrite) {
       "import os, sys, zipfile\n"
       "os.chdir(sys.argv[1])\n"
       "for m in (\"STORED\", \"DEFLATED\", \"BZIP2\", \"LZMA\"):\n"
-      "  with zipfile.ZipFile(\"py-\" + m + \".zip\", \"w\", getattr(zipfile, \"ZIP_\" + m)) as z:\n"
+      "  with zipfile.ZipFile(\"py-\" + m + \".zip\", \"w\", getattr(zipfile, \"ZIP_\" + m)) as "
+      "z:\n"
       "    for root, dirs, files in os.walk(\"src\"):\n"
       "      for n in dirs + files: z.write(os.path.join(root, n))\n";
   std::string output;
   ASSERT_EQ(Python(kPython, dir.path(), &output), 0) << output;
-  ASSERT_EQ(Shell("cd " + dir.path() + " && zip -qr zip.zip src && zip -qr0 zip0.zip src && "
-                  "bsdtar -cf bsdtar.zip --format zip src && zstd -q19 src/text.txt -o t.zst && "
-                  "xz -kc src/text.txt > t.xz", &output), 0) << output;
+  ASSERT_EQ(
+      Shell("cd " + dir.path() +
+                " && zip -qr zip.zip src && zip -qr0 zip0.zip src && "
+                "bsdtar -cf bsdtar.zip --format zip src && zstd -q19 src/text.txt -o t.zst && "
+                "xz -kc src/text.txt > t.xz",
+            &output),
+      0)
+      << output;
   // zstd and xz streams made by their own tools, in a zip of our making.
   const std::string text = ReadFile(dir / "src/text.txt");
   for (auto [method, file] : {std::pair<uint16_t, const char*>{93, "t.zst"}, {95, "t.xz"}}) {
@@ -172,13 +178,18 @@ TEST(VUnzipFileTest, ReadsZip64ArchivesOfManyEntriesAndOver4GiB) {
 
 TEST(VUnzipFileTest, ExtractionNeverWritesOutsideTheTargetFolder) {
   TempDir dir;
-  const std::set<std::string> evil = {"../evil1", "/tmp/evil2", "C:/evil3", "a\\evil4",
-                                      "sub/../../evil5", "out-link", "abs-link", "pre/evil6",
-                                      "up-link", "dot/up-link"};
-  std::vector<RawEntry> entries = {Entry("good.txt", "fine"), Entry("sub/target.txt", "t", true),
-                                   Link("in-link", "sub/target.txt"), Link("sub/up-link", "../good.txt"),
-                                   Link("out-link", "sub/../../outside"), Link("abs-link", "/etc"),
-                                   Link("dot", "."), Link("up-link", "dot/.."), Link("dot/up-link", "../x")};
+  const std::set<std::string> evil = {"../evil1",        "/tmp/evil2", "C:/evil3", "a\\evil4",
+                                      "sub/../../evil5", "out-link",   "abs-link", "pre/evil6",
+                                      "up-link",         "dot/up-link"};
+  std::vector<RawEntry> entries = {Entry("good.txt", "fine"),
+                                   Entry("sub/target.txt", "t", true),
+                                   Link("in-link", "sub/target.txt"),
+                                   Link("sub/up-link", "../good.txt"),
+                                   Link("out-link", "sub/../../outside"),
+                                   Link("abs-link", "/etc"),
+                                   Link("dot", "."),
+                                   Link("up-link", "dot/.."),
+                                   Link("dot/up-link", "../x")};
   for (const std::string& name : evil) {
     if (name.find("link") == std::string::npos) entries.push_back(Entry(name, "evil"));
   }
@@ -199,7 +210,8 @@ TEST(VUnzipFileTest, ExtractionNeverWritesOutsideTheTargetFolder) {
   EXPECT_EQ(ReadFile(dir / "target/sub/up-link"), "fine");
   // Nothing new anywhere but in the target.
   std::set<std::string> around;
-  for (const auto& entry : fs::directory_iterator(dir.path())) around.insert(entry.path().filename());
+  for (const auto& entry : fs::directory_iterator(dir.path()))
+    around.insert(entry.path().filename());
   EXPECT_EQ(around, (std::set<std::string>{"evil.zip", "target", "elsewhere"}));
   EXPECT_TRUE(fs::is_empty(dir / "elsewhere"));
   EXPECT_FALSE(fs::exists("/tmp/evil2") || fs::exists("C:"));
@@ -258,7 +270,8 @@ TEST(VUnzipFileTest, LimitsRefuseBombsWithoutFillingTheDisk) {
   std::vector<VUnzipFile::Failure> failures;
   liar.ExtractAll(dir / "out", &failures);
   ASSERT_EQ(failures.size(), 10u);
-  EXPECT_NE(failures[0].reason.find("more than the declared"), std::string::npos) << failures[0].reason;
+  EXPECT_NE(failures[0].reason.find("more than the declared"), std::string::npos)
+      << failures[0].reason;
   EXPECT_TRUE(fs::is_empty(dir / "out"));
 }
 
@@ -307,15 +320,17 @@ TEST(VUnzipFileTest, DamagedArchivesThrowOurExceptionsNeverCrash) {
 
   RawEntry bzip2 = Entry("b.txt", "");
   ASSERT_EQ(Python("import bz2,sys; sys.stdout.buffer.write(bz2.compress(b\"bzip2 \" * 50))",
-                   "> " + (dir / "b.bz2")), 0);
+                   "> " + (dir / "b.bz2")),
+            0);
   bzip2.data = ReadFile(dir / "b.bz2");
   bzip2.method = 12;
   std::string bzText;
   for (int i = 0; i < 50; ++i) bzText += "bzip2 ";
   bzip2.crc = Crc(bzText);
   bzip2.size = bzText.size();
-  const std::string good = BuildZip({Entry("a/", ""), Entry("a/x.txt", "some text to deflate", true),
-                                     Link("a/l", "x.txt"), bzip2, Entry("s.bin", RandomBytes(64))});
+  const std::string good =
+      BuildZip({Entry("a/", ""), Entry("a/x.txt", "some text to deflate", true),
+                Link("a/l", "x.txt"), bzip2, Entry("s.bin", RandomBytes(64))});
   // Every truncation and every flipped byte: Open, Test and extraction either work or throw a
   // member of the family.
   int opened = 0;

@@ -35,15 +35,19 @@ std::string Compressible(size_t size, unsigned seed) {
 // to be compressed in memory (streamed through the archive).
 void MakeTree(const TempDir& dir, const std::string& root) {
   dir.Write(root + "/empty.txt", "");
-  dir.Write(root + "/gr\xC3\xBC\xC3\x9F" "e/\xE6\x97\xA5\xE6\x9C\xAC.txt", "Konnichiwa\n");
+  dir.Write(root +
+                "/gr\xC3\xBC\xC3\x9F"
+                "e/\xE6\x97\xA5\xE6\x9C\xAC.txt",
+            "Konnichiwa\n");
   dir.Write(root + "/a/b/c/deep.bin", std::string("\x00\xFF\x01", 3) + Compressible(3000, 1));
   dir.Write(root + "/big.txt", Compressible(9u << 20, 2));
   std::filesystem::create_directories(dir / (root + "/empty-folder"));
-  for (int i = 0; i < 20; ++i) dir.Write(root + "/many/f" + std::to_string(i), Compressible(i * 1000, i));
+  for (int i = 0; i < 20; ++i)
+    dir.Write(root + "/many/f" + std::to_string(i), Compressible(i * 1000, i));
   // A fixed time on every file, to see it come back.
   for (auto& entry : std::filesystem::recursive_directory_iterator(dir / root)) {
     if (!entry.is_directory()) {
-      const struct utimbuf times{1600000000, 1600000000};
+      const struct utimbuf times { 1600000000, 1600000000 };
       ::utime(entry.path().c_str(), &times);
     }
   }
@@ -73,7 +77,8 @@ TEST(VZipFileTest, RoundTripsTreesWithEveryWriteMethodAndOtherToolsReadThem) {
       zip.SetMethod(c.method, c.level);
       zip.SetThreads(c.threads);
       zip.AddDirectory(dir / "src");
-      zip.AddBuffer("from memory", 11, "mem/\xC3\xA9t\xC3\xA9.txt", VTimestamp(1500000000LL * 1000000));
+      zip.AddBuffer("from memory", 11, "mem/\xC3\xA9t\xC3\xA9.txt",
+                    VTimestamp(1500000000LL * 1000000));
       zip.Close();
     }
     VUnzipFile unzip(archive);
@@ -97,8 +102,10 @@ TEST(VZipFileTest, RoundTripsTreesWithEveryWriteMethodAndOtherToolsReadThem) {
     if (c.method != VZipMethod::Zstd) {
       EXPECT_EQ(Shell("unzip -tq " + archive, &output), 0) << output;
       ASSERT_EQ(Python(kPythonTest, archive, &output), 0) << output;
-      EXPECT_NE(output.find("src/gr\xC3\xBC\xC3\x9F" "e/\xE6\x97\xA5\xE6\x9C\xAC.txt\n"),
-                std::string::npos) << output;
+      EXPECT_NE(output.find("src/gr\xC3\xBC\xC3\x9F"
+                            "e/\xE6\x97\xA5\xE6\x9C\xAC.txt\n"),
+                std::string::npos)
+          << output;
     } else {
       // Other tools may not know zstd entries, but the raw data of one is a zstd frame.
       const char* kRaw =
@@ -175,7 +182,8 @@ TEST(VZipFileTest, WalksLinksAsTheirTargetsOrSkipsThem) {
     std::string names;
     const VUnzipFile unzip(archive);
     for (const auto& entry : unzip.GetEntries()) names += entry.name.GetString() + " ";
-    EXPECT_EQ(names, skip ? "real/ real/file.txt " : "linked/ linked/file.txt real/ real/file.txt ");
+    EXPECT_EQ(names,
+              skip ? "real/ real/file.txt " : "linked/ linked/file.txt real/ real/file.txt ");
   }
 }
 
