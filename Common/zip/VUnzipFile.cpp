@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <system_error>
@@ -442,16 +443,20 @@ class VUnzipFile::Impl {
     }
     uint64_t offset = LocateEntryData(*file_, record);
     uint64_t remaining = record.compressedSize;
-    std::vector<unsigned char> in(static_cast<size_t>(std::clamp<uint64_t>(remaining, 1, kPiece)));
-    std::vector<unsigned char> out(kPiece);
+    // Buffers no larger than the entry needs (one byte more shows output beyond its size),
+    // left uninitialised: small entries are common.
+    const auto inSize = static_cast<size_t>(std::clamp<uint64_t>(remaining, 1, kPiece));
+    const auto outSize = static_cast<size_t>(std::min<uint64_t>(record.size, kPiece - 1) + 1);
+    const std::unique_ptr<unsigned char[]> in(new unsigned char[inSize]);
+    const std::unique_ptr<unsigned char[]> out(new unsigned char[outSize]);
     size_t inStart = 0;
     size_t inEnd = 0;
     uint64_t produced = 0;
     uint32_t crc = 0;
     for (;;) {
       if (inStart == inEnd && remaining > 0) {
-        inEnd = static_cast<size_t>(std::min<uint64_t>(in.size(), remaining));
-        file_->Read(in.data(), inEnd, offset);
+        inEnd = static_cast<size_t>(std::min<uint64_t>(inSize, remaining));
+        file_->Read(in.get(), inEnd, offset);
         offset += inEnd;
         remaining -= inEnd;
         inStart = 0;
@@ -459,8 +464,8 @@ class VUnzipFile::Impl {
       const bool last = remaining == 0;
       size_t used = 0;
       size_t made = 0;
-      const bool ended = decoder->Decode(in.data() + inStart, inEnd - inStart, used, out.data(),
-                                         out.size(), made, last);
+      const bool ended = decoder->Decode(in.get() + inStart, inEnd - inStart, used, out.get(),
+                                         outSize, made, last);
       inStart += used;
       if (made > 0) {
         if (made > record.size - produced) {
@@ -469,8 +474,8 @@ class VUnzipFile::Impl {
         }
         budget.Spend(made);
         produced += made;
-        crc = Crc32(crc, out.data(), made);
-        sink(out.data(), made);
+        crc = Crc32(crc, out.get(), made);
+        sink(out.get(), made);
       }
       if (ended) break;
       if (used == 0 && made == 0) {

