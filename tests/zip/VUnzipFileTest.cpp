@@ -265,6 +265,13 @@ TEST(VUnzipFileTest, LimitsRefuseBombsWithoutFillingTheDisk) {
   EXPECT_THROW(bomb.ExtractAll(dir / "out"), VantuDataException);
   EXPECT_FALSE(fs::exists(dir / "out"));  // refused before anything was written
 
+  // Entries that share their compressed bytes (the other way to multiply output) are refused.
+  std::string shared = BuildZip({honest[0], honest[1]});
+  const size_t second = shared.rfind(std::string("PK\x01\x02", 4));
+  shared.replace(second + 42, 4, std::string(4, '\0'));
+  WriteFile(dir / "shared.zip", shared);
+  EXPECT_THROW(VUnzipFile(dir / "shared.zip"), VantuDataException);
+
   // Sizes that lie are caught by the output itself, limit or not.
   VUnzipFile liar(dir / "lying.zip");
   std::vector<VUnzipFile::Failure> failures;
