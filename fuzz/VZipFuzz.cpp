@@ -29,6 +29,10 @@ const std::string& Scratch() {
   static const std::string path = [] {
     std::string pattern = std::filesystem::temp_directory_path().string() + "/vantu-zipfuzz-XXXXXX";
     CHECK(::mkdtemp(pattern.data()) != nullptr);
+    std::atexit([] {
+      std::error_code ignored;
+      std::filesystem::remove_all(Scratch(), ignored);
+    });
     return pattern;
   }();
   return path;
