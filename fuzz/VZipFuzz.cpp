@@ -24,18 +24,19 @@
 
 namespace {
 
-// One scratch folder per process: the archive and the extraction folder inside it.
+// One scratch folder per process: the archive and the extraction folder inside it, removed at
+// exit (the text outlives static destruction for that).
 const std::string& Scratch() {
-  static const std::string path = [] {
+  static const std::string* const path = [] {
     std::string pattern = std::filesystem::temp_directory_path().string() + "/vantu-zipfuzz-XXXXXX";
     CHECK(::mkdtemp(pattern.data()) != nullptr);
     std::atexit([] {
       std::error_code ignored;
       std::filesystem::remove_all(Scratch(), ignored);
     });
-    return pattern;
+    return new std::string(pattern);
   }();
-  return path;
+  return *path;
 }
 
 }  // namespace
