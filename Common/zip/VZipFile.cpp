@@ -63,18 +63,19 @@ struct FdCloser {
   ~FdCloser() { platform::CloseFileQuietly(fd); }
 };
 
-std::string ReadWholeFile(const std::string& path) {
+// The whole file, read in one piece when it has the size it had when listed.
+std::string ReadWholeFile(const std::string& path, uint64_t expectedSize) {
   try {
     const FdCloser file{platform::OpenForReadingFd(path)};
     std::string data;
-    uint64_t offset = 0;
+    size_t piece = static_cast<size_t>(expectedSize) + 1;
     for (;;) {
       const size_t start = data.size();
-      data.resize(start + kPiece);
-      const size_t n = platform::ReadAt(file.fd, &data[start], kPiece, offset);
+      data.resize(start + piece);
+      const size_t n = platform::ReadAt(file.fd, &data[start], piece, start);
       data.resize(start + n);
-      offset += n;
-      if (n < kPiece) return data;
+      if (n < piece) return data;
+      piece = kPiece;
     }
   } catch (const std::system_error& error) {
     ThrowFileError(error, "Cannot read \"" + path + "\"");
@@ -452,7 +453,7 @@ class VZipFile::Impl {
     if (workers <= 1) {
       for (const Item& item : items) {
         if (InMemory(item)) {
-          const std::string data = ReadWholeFile(item.source);
+          const std::string data = ReadWholeFile(item.source, item.size);
           const Packed packed = Pack(data.data(), data.size());
           WriteItem(item, &packed);
         } else {
@@ -487,7 +488,7 @@ class VZipFile::Impl {
         Job& job = jobs[i];
         if (InMemory(items[i])) {
           try {
-            const std::string data = ReadWholeFile(items[i].source);
+            const std::string data = ReadWholeFile(items[i].source, items[i].size);
             job.packed = Pack(data.data(), data.size());
           } catch (...) {
             job.error = std::current_exception();
