@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   unicode-data locales
   ca-certificates curl openssl
+  zip unzip python3 libarchive-tools zstd xz-utils
 )
 
 missing=()

@@ -5,15 +5,18 @@
 #include <iconv.h>
 #include <langinfo.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -292,6 +295,15 @@ DirectoryReader::DirectoryReader(const std::string& path) : dir_(::opendir(path.
 }
 
 DirectoryReader::~DirectoryReader() { ::closedir(static_cast<DIR*>(dir_)); }
+
+std::vector<DirectoryEntry> ListDirectory(const std::string& path) {
+  DirectoryReader reader(path);
+  std::vector<DirectoryEntry> entries;
+  const char* name = nullptr;
+  FileKind kind = FileKind::kMissing;
+  while (reader.Next(name, kind)) entries.push_back({name, kind});
+  return entries;
+}
 
 bool DirectoryReader::Next(const char*& name, FileKind& kind) {
   DIR* dir = static_cast<DIR*>(dir_);
@@ -617,6 +629,159 @@ void ChangeNotifier::Interrupt() {
   if (wake_ < 0) return;
   const uint64_t one = 1;
   (void)!::write(wake_, &one, sizeof(one));
+}
+
+}  // namespace vantu::platform
+
+// ---------------------------------------------------------------------------------------------
+// Files by descriptor
+
+namespace vantu::platform {
+namespace {
+
+[[noreturn]] void ThrowErrno(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+}  // namespace
+
+bool GetFileStatus(const std::string& path, bool follow, FileStatus& status) {
+  struct stat info;
+  if ((follow ? ::stat(path.c_str(), &info) : ::lstat(path.c_str(), &info)) != 0) return false;
+  status.isLink = S_ISLNK(info.st_mode);
+  status.kind = S_ISREG(info.st_mode)   ? FileKind::kFile
+                : S_ISDIR(info.st_mode) ? FileKind::kDirectory
+                                        : FileKind::kOther;
+  status.size = static_cast<unsigned long long>(info.st_size);
+  status.modifiedSeconds = info.st_mtim.tv_sec;
+  status.mode = info.st_mode & 07777;
+  status.identity.device = info.st_dev;
+  status.identity.inode = info.st_ino;
+  return true;
+}
+
+int OpenForReadingFd(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) ThrowErrno(path);
+  return fd;
+}
+
+int CreateNewFile(const std::string& path, unsigned mode) {
+  const int fd =
+      ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode & 0777);
+  if (fd < 0) ThrowErrno(path);
+  return fd;
+}
+
+size_t ReadAt(int fd, void* buffer, size_t size, unsigned long long offset) {
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t n = ::pread(fd, static_cast<char*>(buffer) + done, size - done,
+                              static_cast<off_t>(offset + done));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ThrowErrno("read");
+    }
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return done;
+}
+
+void WriteAll(int fd, const void* buffer, size_t size) {
+  const char* p = static_cast<const char*>(buffer);
+  while (size > 0) {
+    const ssize_t n = ::write(fd, p, size);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ThrowErrno("write");
+    }
+    p += n;
+    size -= static_cast<size_t>(n);
+  }
+}
+
+unsigned long long GetFileSize(int fd) {
+  struct stat info;
+  if (::fstat(fd, &info) != 0) ThrowErrno("fstat");
+  return static_cast<unsigned long long>(info.st_size);
+}
+
+void SetFileTimeAndMode(int fd, long long modifiedSeconds, unsigned mode) {
+  const struct timespec times[2] = {{static_cast<time_t>(modifiedSeconds), 0},
+                                    {static_cast<time_t>(modifiedSeconds), 0}};
+  if (::futimens(fd, times) != 0) ThrowErrno("futimens");
+  if (mode != 0 && ::fchmod(fd, mode & 0777) != 0) ThrowErrno("fchmod");
+}
+
+void CloseFile(int fd) {
+  // After EINTR the descriptor is gone on Linux: retrying could close another thread's file.
+  if (::close(fd) != 0 && errno != EINTR) ThrowErrno("close");
+}
+
+void CloseFileQuietly(int fd) noexcept { ::close(fd); }
+
+void RenamePath(const std::string& from, const std::string& to) {
+  if (::rename(from.c_str(), to.c_str()) != 0) ThrowErrno(to);
+}
+
+bool RemovePath(const std::string& path) noexcept { return ::unlink(path.c_str()) == 0; }
+
+bool MakeDirectory(const std::string& path, unsigned mode) {
+  if (::mkdir(path.c_str(), mode & 0777) == 0) return true;
+  const int error = errno;
+  struct stat info;
+  if (error == EEXIST && ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return false;
+  errno = error == EEXIST ? ENOTDIR : error;
+  ThrowErrno(path);
+}
+
+void MakeSymbolicLink(const std::string& target, const std::string& path) {
+  if (::symlink(target.c_str(), path.c_str()) != 0) ThrowErrno(path);
+}
+
+void SetPathTime(const std::string& path, long long modifiedSeconds) {
+  const struct timespec times[2] = {{static_cast<time_t>(modifiedSeconds), 0},
+                                    {static_cast<time_t>(modifiedSeconds), 0}};
+  if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) ThrowErrno(path);
+}
+
+std::string RealPath(const std::string& path) {
+  char* resolved = ::realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) ThrowErrno(path);
+  std::string result(resolved);
+  std::free(resolved);
+  return result;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Randomness and processes
+
+namespace {
+
+std::atomic<unsigned long> g_forkGeneration{0};
+
+void CountFork() { g_forkGeneration.fetch_add(1, std::memory_order_relaxed); }
+
+}  // namespace
+
+void FillRandom(void* buffer, size_t size) {
+  char* p = static_cast<char*>(buffer);
+  while (size > 0) {
+    const ssize_t n = ::getrandom(p, size, 0);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ThrowErrno("getrandom");
+    }
+    p += n;
+    size -= static_cast<size_t>(n);
+  }
+}
+
+unsigned long ForkGeneration() {
+  static const bool registered = ::pthread_atfork(nullptr, nullptr, CountFork) == 0;
+  (void)registered;
+  return g_forkGeneration.load(std::memory_order_relaxed);
 }
 
 }  // namespace vantu::platform

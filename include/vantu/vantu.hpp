@@ -28,13 +28,17 @@
 #include <vantu/VPath.h>
 #include <vantu/VPocoTimer.h>
 #include <vantu/VProcess.h>
+#include <vantu/VRandom.h>
 #include <vantu/VSharedMemory.h>
 #include <vantu/VString.h>
 #include <vantu/VThread.h>
 #include <vantu/VTimer.h>
 #include <vantu/VTimestamp.h>
 #include <vantu/VURL.h>
+#include <vantu/VUUID.h>
+#include <vantu/VUnzipFile.h>
 #include <vantu/VWorker.h>
+#include <vantu/VZipFile.h>
 #include <vantu/vantu.h>
 
 #endif  // VANTU_VANTU_HPP

@@ -1,0 +1,207 @@
+// Zip archives beside Info-ZIP in the same run: adding a tree of 2,000 files totalling 500 MB of
+// mixed compressible data at deflate level 6 (VZipFile::AddDirectory beside `zip -r -6`), and
+// extracting that archive into an empty folder (VUnzipFile::ExtractAll beside `unzip -q`).
+// Also VRandom::Next beside std::mt19937_64, and VUUID v4 and v7 ids per second. The data
+// lives under $TMPDIR (else /tmp) and is removed at exit. The load average at the start is
+// printed in the context: the machine may be shared.
+#include <benchmark/benchmark.h>
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+#include <vantu/VRandom.h>
+#include <vantu/VUUID.h>
+#include <vantu/VUnzipFile.h>
+#include <vantu/VZipFile.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kFiles = 2000;
+constexpr size_t kTotal = 500u << 20;
+
+class Scratch {
+ public:
+  Scratch() {
+    const char* base = std::getenv("TMPDIR");
+    root_ =
+        fs::path(base && *base ? base : "/tmp") / ("vantu-zipbench-" + std::to_string(::getpid()));
+    fs::create_directories(root_);
+  }
+  ~Scratch() {
+    std::error_code ignored;
+    fs::remove_all(root_, ignored);
+  }
+  const fs::path& root() const { return root_; }
+
+  // 2,000 files in 40 folders: a third text-like (repetitive lines), a third word salad drawn
+  // from a small vocabulary, a third random bytes with runs; sizes vary around 250 KB.
+  fs::path Tree() {
+    const fs::path tree = root_ / "tree";
+    if (fs::exists(tree)) return tree;
+    VRandom random(2024);
+    static const char* const kWords[] = {"zip",   "archive", "deflate", "entry", "folder", "data",
+                                         "table", "record",  "stream",  "block", "index",  "value"};
+    size_t written = 0;
+    for (int i = 0; i < kFiles; ++i) {
+      const size_t left = kTotal - written;
+      const size_t size =
+          i == kFiles - 1
+              ? left
+              : std::min(left, size_t{50000} + random.Next(2 * (kTotal / kFiles) - 100000));
+      std::string data;
+      data.reserve(size + 64);
+      while (data.size() < size) {
+        switch (i % 3) {
+          case 0:
+            data += "2024-05-0" + std::to_string(random.Next(9) + 1) + " INFO request " +
+                    std::to_string(random.Next(1000)) + " served in " +
+                    std::to_string(random.Next(90)) + " ms\n";
+            break;
+          case 1:
+            data += kWords[random.Next(12)];
+            data += random.Next(8) == 0 ? ".\n" : " ";
+            break;
+          default: {
+            const uint32_t run = random.Next(64);
+            if (random.Next(2) == 0) {
+              data.append(run, static_cast<char>(random.Next(256)));
+            } else {
+              for (uint32_t k = 0; k < run; ++k)
+                data.push_back(static_cast<char>(random.Next(256)));
+            }
+          }
+        }
+      }
+      data.resize(size);
+      const fs::path file =
+          tree / ("d" + std::to_string(i % 40)) / ("f" + std::to_string(i) + ".dat");
+      fs::create_directories(file.parent_path());
+      std::ofstream(file, std::ios::binary).write(data.data(), data.size());
+      written += size;
+    }
+    return tree;
+  }
+
+ private:
+  fs::path root_;
+};
+
+Scratch& TheScratch() {
+  static Scratch scratch;
+  return scratch;
+}
+
+void Run(const std::string& command) {
+  if (std::system(command.c_str()) != 0) std::abort();
+}
+
+void BM_ZipTree_VZipFile(benchmark::State& state) {
+  const fs::path tree = TheScratch().Tree();
+  const fs::path archive = TheScratch().root() / "ours.zip";
+  for (auto _ : state) {
+    VZipFile zip(archive.string());
+    zip.SetMethod(VZipMethod::Deflate, 6);
+    zip.AddDirectory(tree.string());
+    zip.Close();
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
+  state.counters["ratio"] = double(fs::file_size(archive)) / kTotal;
+}
+
+void BM_ZipTree_InfoZip(benchmark::State& state) {
+  const fs::path tree = TheScratch().Tree();
+  const fs::path archive = TheScratch().root() / "infozip.zip";
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove(archive);
+    state.ResumeTiming();
+    Run("cd " + TheScratch().root().string() + " && zip -qr -6 " + archive.string() + " tree");
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
+  state.counters["ratio"] = double(fs::file_size(archive)) / kTotal;
+}
+
+// Both extract the archive made by zip -r -6 into an empty folder.
+fs::path InfoZipArchive() {
+  const fs::path archive = TheScratch().root() / "infozip.zip";
+  if (!fs::exists(archive)) {
+    TheScratch().Tree();
+    Run("cd " + TheScratch().root().string() + " && zip -qr -6 " + archive.string() + " tree");
+  }
+  return archive;
+}
+
+void BM_Extract_VUnzipFile(benchmark::State& state) {
+  const fs::path archive = InfoZipArchive();
+  const fs::path out = TheScratch().root() / "out-ours";
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove_all(out);
+    Run("sync");
+    state.ResumeTiming();
+    VUnzipFile(archive.string()).ExtractAll(out.string());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
+}
+
+void BM_Extract_InfoUnzip(benchmark::State& state) {
+  const fs::path archive = InfoZipArchive();
+  const fs::path out = TheScratch().root() / "out-unzip";
+  for (auto _ : state) {
+    state.PauseTiming();
+    fs::remove_all(out);
+    Run("sync");
+    state.ResumeTiming();
+    Run("unzip -q " + archive.string() + " -d " + out.string());
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
+}
+
+void BM_Next_VRandom(benchmark::State& state) {
+  VRandom random;
+  for (auto _ : state) benchmark::DoNotOptimize(random.Next());
+}
+
+void BM_Next_Mt19937_64(benchmark::State& state) {
+  std::mt19937_64 engine(std::random_device{}());
+  for (auto _ : state) benchmark::DoNotOptimize(engine());
+}
+
+void BM_VUUID_V4(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(VUUID::NewV4());
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_VUUID_V7(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(VUUID::NewV7());
+  state.SetItemsProcessed(state.iterations());
+}
+
+}  // namespace
+
+BENCHMARK(BM_ZipTree_VZipFile)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_ZipTree_InfoZip)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_Extract_VUnzipFile)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_Extract_InfoUnzip)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_Next_VRandom);
+BENCHMARK(BM_Next_Mt19937_64);
+BENCHMARK(BM_VUUID_V4);
+BENCHMARK(BM_VUUID_V7);
+
+int main(int argc, char** argv) {
+  std::ifstream load("/proc/loadavg");
+  std::string average;
+  std::getline(load, average);
+  benchmark::AddCustomContext("loadavg at start", average);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
