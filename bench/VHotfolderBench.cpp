@@ -1,8 +1,9 @@
-// The hot folder's scan: N new complete files of 1 KiB delivered by one scan, an idle scan over
-// 10,000 files already delivered, and the latency from a writer's close() to the callback with
-// a period of 1000 ms. Data lives under $TMPDIR (else /tmp); no current log is set, so tracing
-// costs only its level test.
+// The hot folder's scan: N new complete files of 1 KiB delivered by one scan; an idle scan over
+// 10,000 and 100,000 files already delivered beside a bare readdir loop over the same folder;
+// and the latency from a writer's close() to the callback, by the periodic scan alone and with
+// wake on change. Data lives under $TMPDIR (else /tmp).
 #include <benchmark/benchmark.h>
+#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include <vantu/VHotfolder.h>
+#include <vantu/VLog.h>
 
 namespace {
 
@@ -74,9 +76,49 @@ BENCHMARK(BM_ScanNewFiles)
     ->UseRealTime()
     ->Iterations(3);
 
-void BM_IdleScan10k(benchmark::State& state) {
-  const fs::path dir = Scratch("idle");
-  WriteFiles(dir, 10000);
+// Folders of N delivered files, shared by the idle scans and the listing floor so that both
+// read the same directory in the same run; removed at exit.
+const fs::path& FilledFolder(int count) {
+  static struct Folders {
+    std::map<int, fs::path> paths;
+    ~Folders() {
+      for (const auto& entry : paths) fs::remove_all(entry.second);
+    }
+  } folders;
+  auto it = folders.paths.find(count);
+  if (it == folders.paths.end()) {
+    const fs::path dir = Scratch("idle" + std::to_string(count));
+    WriteFiles(dir, count);
+    it = folders.paths.emplace(count, dir).first;
+  }
+  return it->second;
+}
+
+// The floor: a bare opendir/readdir loop over the folder.
+void BM_ListingFloor(benchmark::State& state) {
+  const int count = static_cast<int>(state.range(0));
+  const fs::path& dir = FilledFolder(count);
+  for (auto _ : state) {
+    DIR* listing = ::opendir(dir.c_str());
+    long entries = 0;
+    while (const dirent* entry = ::readdir(listing)) entries += entry->d_name[0] != '.';
+    ::closedir(listing);
+    if (entries != count) state.SkipWithError("wrong count");
+  }
+  state.SetItemsProcessed(state.iterations() * count);
+}
+BENCHMARK(BM_ListingFloor)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// A scan that finds every file already delivered. Second argument: 0 without a current log, 1
+// with a log whose level (warnings) filters the scan's traces out.
+void BM_IdleScan(benchmark::State& state) {
+  const int count = static_cast<int>(state.range(0));
+  const fs::path& dir = FilledFolder(count);
+  const fs::path logDir = Scratch("idlelog");
+  VLog log;
+  log.SetFolder(VPath(logDir.c_str()));
+  log.SetLevel(4);
+  VLog* previous = VLog::SetCurrent(state.range(1) != 0 ? &log : nullptr);
   std::atomic<long> delivered{0};
   VHotfolder folder;
   folder.SetPath(VPath(dir.c_str()));
@@ -84,13 +126,21 @@ void BM_IdleScan10k(benchmark::State& state) {
   folder.SetUserData(&delivered);
   folder.CheckFolderChanges();  // delivers all; later scans find them in the list
   for (auto _ : state) folder.CheckFolderChanges();
-  if (delivered != 10000) state.SkipWithError("not every file was delivered once");
-  state.SetItemsProcessed(state.iterations() * 10000);
-  fs::remove_all(dir);
+  if (delivered != count) state.SkipWithError("not every file was delivered once");
+  state.SetItemsProcessed(state.iterations() * count);
+  VLog::SetCurrent(previous);
+  fs::remove_all(logDir);
 }
-BENCHMARK(BM_IdleScan10k)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_IdleScan)
+    ->Args({10000, 0})
+    ->Args({10000, 1})
+    ->Args({100000, 0})
+    ->Args({100000, 1})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
-// Files closed at staggered moments while a hot folder with a 1000 ms period runs.
+// Files closed at staggered moments while a hot folder runs. Arguments: the period in
+// milliseconds, and 1 to wake on change.
 void BM_CloseToCallbackLatency(benchmark::State& state) {
   constexpr int kFiles = 50;
   const fs::path dir = Scratch("latency");
@@ -101,7 +151,8 @@ void BM_CloseToCallbackLatency(benchmark::State& state) {
   } seen;
   VHotfolder folder;
   folder.SetPath(VPath(dir.c_str()));
-  folder.SetTimeMilliseconds(1000);
+  folder.SetTimeMilliseconds(static_cast<int>(state.range(0)));
+  folder.SetWakeOnChange(state.range(1) != 0);
   folder.SetUserData(&seen);
   folder.SetCallback([](const char* path, int, void* data) {
     auto* s = static_cast<Seen*>(data);
@@ -121,7 +172,7 @@ void BM_CloseToCallbackLatency(benchmark::State& state) {
       std::this_thread::sleep_for(std::chrono::milliseconds(137));  // not in step with the period
     }
     std::unique_lock<std::mutex> lock(seen.mutex);
-    seen.changed.wait_for(lock, std::chrono::seconds(30),
+    seen.changed.wait_for(lock, std::chrono::seconds(60),
                           [&] { return seen.at.size() >= static_cast<size_t>(kFiles); });
     std::vector<double> latencies;
     for (const auto& [path, time] : closed) {
@@ -142,7 +193,12 @@ void BM_CloseToCallbackLatency(benchmark::State& state) {
   }
   fs::remove_all(dir);
 }
-BENCHMARK(BM_CloseToCallbackLatency)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_CloseToCallbackLatency)
+    ->Args({1000, 0})
+    ->Args({10000, 1})
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace
 

@@ -65,7 +65,8 @@ bool UnderDotDirectory(const std::string& path) {
 }
 
 // The entries listed before a scan, found by their key without copying it: an open-addressing
-// table over the list's own strings, built once per scan.
+// table over the list's own strings, built once per scan. Each slot keeps part of its key's hash
+// beside the entry's index, so a probe rarely reads another entry's string.
 class ListIndex {
  public:
   struct Entry {
@@ -82,18 +83,22 @@ class ListIndex {
     slots_.assign(slots, 0);
     for (auto it = list.begin(); it != list.end(); ++it) {
       entries_.push_back({Key(*it), it});
-      size_t slot = Hash(entries_.back().key);
+      const uint64_t hash = Hash(entries_.back().key);
+      size_t slot = hash & (slots_.size() - 1);
       while (slots_[slot] != 0) slot = (slot + 1) & (slots_.size() - 1);
-      slots_[slot] = static_cast<uint32_t>(entries_.size());
+      slots_[slot] = (hash & kHashBits) | entries_.size();
     }
   }
 
   // Calls `action` for every live entry with this key; false when there is none.
   template <typename Action>
   bool ForEach(std::string_view key, Action action) {
+    const uint64_t hash = Hash(key);
     bool any = false;
-    for (size_t slot = Hash(key); slots_[slot] != 0; slot = (slot + 1) & (slots_.size() - 1)) {
-      Entry& entry = entries_[slots_[slot] - 1];
+    for (size_t slot = hash & (slots_.size() - 1); slots_[slot] != 0;
+         slot = (slot + 1) & (slots_.size() - 1)) {
+      if ((slots_[slot] & kHashBits) != (hash & kHashBits)) continue;
+      Entry& entry = entries_[(slots_[slot] & ~kHashBits) - 1];
       if (entry.alive && entry.key == key) {
         action(entry);
         any = true;
@@ -105,12 +110,13 @@ class ListIndex {
   std::vector<Entry>& entries() { return entries_; }
 
  private:
-  size_t Hash(std::string_view key) const {
-    return std::hash<std::string_view>()(key) & (slots_.size() - 1);
-  }
+  // The upper half of a slot holds hash bits, the lower half the entry's index + 1 (0: empty).
+  static constexpr uint64_t kHashBits = 0xFFFFFFFF00000000ULL;
+
+  static uint64_t Hash(std::string_view key) { return std::hash<std::string_view>()(key); }
 
   std::vector<Entry> entries_;
-  std::vector<uint32_t> slots_;  // 0 empty, else entry index + 1
+  std::vector<uint64_t> slots_;
 };
 
 }  // namespace
