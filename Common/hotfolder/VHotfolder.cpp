@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <string>
@@ -28,6 +29,9 @@ std::recursive_mutex g_callbackMutex;
 
 // Two size readings of a file are at least this far apart.
 constexpr std::chrono::milliseconds kStabilityWait(500);
+// A scan told of changes while it waits takes new candidates along for this long, so a steady
+// stream of files is served by one scan whose end still comes.
+constexpr std::chrono::seconds kLongestExtension(30);
 // A wake-up scan starts once changes have been quiet this long, or this long after the first.
 constexpr std::chrono::milliseconds kQuietTime(20);
 constexpr std::chrono::milliseconds kLongestGathering(100);
@@ -121,30 +125,37 @@ class ListIndex {
 
 }  // namespace
 
-// One scan of one folder, in two phases so that every candidate of a scan shares one stability
-// wait. Phase one runs during the walk: an entry already in the list is marked found; a new one
-// gets its availability test and first size reading. Phase two takes the second sizes and
-// delivers. A sub-directory in group-folders mode is scanned as a folder of its own (files only,
-// not recursive, a list of its own that starts empty) nested in its parent's phases. An idle
-// scan (every entry listed) costs a listing, a hash lookup and two filtered traces per entry.
+// One scan of one folder, in two phases. Phase one runs during the walk: an entry already in
+// the list is marked found; a new one gets its availability test and first size reading. Phase
+// two takes each candidate's second size once 500 ms have passed since its first, and delivers,
+// in the order the walk found the candidates (the first readings of one walk come within
+// moments of each other, so its candidates share one wait). While
+// it waits, a scan told of new changes (wake on change) walks the folder again and takes the new
+// candidates along, for a while. A sub-directory in group-folders mode is scanned as a folder of
+// its own (files only, not recursive, a list of its own that starts empty) nested in its
+// parent's phases. An idle scan (every entry listed) costs a listing, a hash lookup and two
+// filtered traces per entry.
 class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
  public:
   using Clock = std::chrono::steady_clock;
+  // Waits until the deadline or until changes are reported; true for changes.
+  using Waiter = std::function<bool(Clock::time_point deadline)>;
 
   // `outer` is a scan of the same list in progress on this thread (a callback scanning again).
   Scan(std::list<VHFItem>& list, Callback callback, void* userData, bool groupFolders,
-       const std::atomic<bool>* stopping, Clock::time_point* lastReading, Scan* outer = nullptr)
+       const std::atomic<bool>* stopping, Scan* outer = nullptr)
       : list_(list),
         index_(list),
         outer_(outer),
         callback_(callback),
         userData_(userData),
         groupFolders_(groupFolders),
-        stopping_(stopping),
-        lastReading_(lastReading) {}
+        stopping_(stopping) {}
 
   // Phase one over the folder's entries.
   void Walk(const std::string& folder, bool recursive) {
+    folder_ = folder;
+    recursive_ = recursive;
     try {
       complete_ =
           vantu::internal::WalkDirectory(folder, recursive, 0xFFFFFFFF, groupFolders_, *this) == 0;
@@ -153,13 +164,26 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     }
   }
 
-  bool HasPending() const { return !pending_.empty(); }
   Scan* outer() const { return outer_; }
+  // When the last candidate may have its second reading.
+  Clock::time_point LastDeadline() const {
+    return pending_.empty() ? Clock::time_point() : pending_.back().deadline;
+  }
 
-  // Phase two: second readings and deliveries, in the order the walk found the entries.
-  void Deliver() {
-    for (Pending& pending : pending_) {
+  // Phase two. `wait` (may be empty: sleep) waits for each candidate's deadline.
+  void Deliver(const Waiter& wait = nullptr) {
+    const auto start = Clock::now();
+    for (size_t i = 0; i < pending_.size() && !Stopping(); ++i) {
+      while (Clock::now() < pending_[i].deadline && !Stopping()) {
+        if (!wait) {
+          std::this_thread::sleep_for(
+              std::chrono::ceil<std::chrono::milliseconds>(pending_[i].deadline - Clock::now()));
+        } else if (wait(pending_[i].deadline) && Clock::now() - start < kLongestExtension) {
+          Rewalk();  // new candidates join the end of the queue
+        }
+      }
       if (Stopping()) break;
+      Pending& pending = pending_[i];
       if (pending.sub) {
         pending.sub->scan->Deliver();
         if (pending.sub->scan->Finish() == 1) Add(pending.item, 175, 181, true);
@@ -187,10 +211,10 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     }
     return (list_.size() == found_ && found_ != 0) ? 1 : 0;
   }
-
   // These entries are leaving the list while the scan runs (Remove, or a nested scan).
   void Forget(std::string_view key) {
     index_.ForEach(key, [](ListIndex::Entry& entry) { entry.alive = false; });
+    pendingKeys_.erase(std::string(key));  // a new file of that name is a new candidate
     if (outer_ != nullptr) outer_->Forget(key);
   }
 
@@ -201,22 +225,29 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     } else if (!groupFolders_ && UnderDotDirectory(path)) {
       return 0;
     }
+    const auto seen = [](ListIndex::Entry& entry) { entry.seen = true; };
+    if (rewalking_) {
+      // Only what the first walk did not take: new entries, and entries that were not ready.
+      if (index_.ForEach(path, seen) || pendingKeys_.count(path) != 0) return 0;
+    }
     ++found_;
     VANTU_SCAN_TRACE(146).Format("Checking file %s", path.c_str());
-    if (index_.ForEach(path, [](ListIndex::Entry& entry) { entry.seen = true; })) {
+    if (!rewalking_ && index_.ForEach(path, seen)) {
       VANTU_SCAN_TRACE(160).Format("File %s found in the list", path.c_str());
       return 0;
     }
-    if (!pendingKeys_.insert(path).second) return 0;  // found twice through links
+    if (pendingKeys_.count(path) != 0) return 0;  // found twice through links
     VHFItem item = ItemAt(path);
     if (directory) {
       std::vector<std::string> names;
       item.file.List(names);
       for (const std::string& n : names) item.contents.emplace_back(VPath::FromFileSystem(n));
       auto sub = std::make_unique<SubFolder>();
-      sub->scan = std::make_unique<Scan>(sub->list, nullptr, nullptr, false, nullptr, lastReading_);
+      sub->scan = std::make_unique<Scan>(sub->list, nullptr, nullptr, false, nullptr);
       sub->scan->Walk(path, false);
-      pending_.push_back({std::move(item), 0, std::move(sub)});
+      const Clock::time_point deadline = sub->scan->LastDeadline();
+      pendingKeys_.insert(path);
+      pending_.push_back({std::move(item), 0, deadline, std::move(sub)});
       return 0;
     }
     if (!item.file.IsAvailable(true, false)) {
@@ -224,8 +255,8 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
       return 0;
     }
     const uint64_t size1 = item.file.GetSize();
-    pending_.push_back({std::move(item), size1, nullptr});
-    *lastReading_ = Clock::now();
+    pendingKeys_.insert(path);
+    pending_.push_back({std::move(item), size1, Clock::now() + kStabilityWait, nullptr});
     return 0;
   }
 
@@ -243,10 +274,21 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   struct Pending {
     VHFItem item;
     uint64_t size1;
+    Clock::time_point deadline;  // of the second reading
     std::unique_ptr<SubFolder> sub;
   };
 
   bool Stopping() const { return stopping_ != nullptr && stopping_->load(); }
+
+  // Walks the folder again for entries that changed since the first walk.
+  void Rewalk() {
+    rewalking_ = true;
+    try {
+      vantu::internal::WalkDirectory(folder_, recursive_, 0xFFFFFFFF, groupFolders_, *this);
+    } catch (...) {
+    }
+    rewalking_ = false;
+  }
 
   bool UnderUnreadable(std::string_view key) const {
     for (const std::string& folder : unreadable_) {
@@ -277,24 +319,34 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   std::unordered_set<std::string> pendingKeys_;
   std::vector<Pending> pending_;
   std::vector<std::string> unreadable_;  // folders that could not be listed, ending in "/"
+  std::string folder_;
+  bool recursive_ = false;
   size_t found_ = 0;
   bool complete_ = false;
+  bool rewalking_ = false;
   Callback callback_;
   void* userData_;
   const bool groupFolders_;
   const std::atomic<bool>* stopping_;
-  Clock::time_point* lastReading_;
 };
 
-// Wakes a hot folder early: watches its folder (and the sub-folders a scan reads) for entries
-// closed after writing, moved in or deleted, and runs a scan once a burst of changes is over.
+// Wakes a hot folder early. One thread watches the folder (and the sub-folders a scan reads)
+// for entries closed after writing, moved in or deleted; once a burst of changes is over it
+// tells a scan that is waiting (which then takes the new files along) and asks its second
+// thread for a scan.
 class VHotfolder::Watcher {
  public:
-  explicit Watcher(VHotfolder& folder) : folder_(folder), thread_([this] { Run(); }) {}
+  explicit Watcher(VHotfolder& folder)
+      : folder_(folder), reader_([this] { WatchChanges(); }), scanner_([this] { RunScans(); }) {}
   ~Watcher() {
-    stop_ = true;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      stop_ = true;
+    }
     notifier_.Interrupt();
-    thread_.join();
+    requested_.notify_one();
+    reader_.join();
+    scanner_.join();
   }
 
  private:
@@ -350,7 +402,7 @@ class VHotfolder::Watcher {
     if (watching_) WatchBelow(armed_.path, Depth(armed_));
   }
 
-  void Run() {
+  void WatchChanges() {
     Arm();
     while (!stop_) {
       auto events = notifier_.Wait(kWatcherTick);
@@ -368,8 +420,24 @@ class VHotfolder::Watcher {
         events = notifier_.Wait(static_cast<int>(kQuietTime.count()));
         if (!events.changed && !events.overflow && !events.lostWatch) break;
       }
-      if (stop_) break;
+      folder_.ReportChanges();
+      {
+        std::lock_guard<std::mutex> lock(mutex_);
+        scanRequested_ = true;
+      }
+      requested_.notify_one();
+    }
+  }
+
+  void RunScans() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+      requested_.wait(lock, [this] { return scanRequested_ || stop_; });
+      if (stop_) return;
+      scanRequested_ = false;
+      lock.unlock();
       VHotfolder::OnTimer(&folder_);
+      lock.lock();
     }
   }
 
@@ -377,9 +445,30 @@ class VHotfolder::Watcher {
   vantu::platform::ChangeNotifier notifier_;
   Settings armed_;
   bool watching_ = false;  // the folder itself is watched
+  std::mutex mutex_;
+  std::condition_variable requested_;
+  bool scanRequested_ = false;
   std::atomic<bool> stop_{false};
-  std::thread thread_;  // last: it starts once everything else is ready
+  // Last: they start once everything else is ready.
+  std::thread reader_;
+  std::thread scanner_;
 };
+
+void VHotfolder::ReportChanges() {
+  {
+    std::lock_guard<std::mutex> lock(changeMutex_);
+    changed_ = true;
+  }
+  changeCv_.notify_all();
+}
+
+bool VHotfolder::WaitForChanges(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock<std::mutex> lock(changeMutex_);
+  changeCv_.wait_until(lock, deadline, [this] { return changed_ || stopping_; });
+  const bool changed = changed_;
+  changed_ = false;
+  return changed;
+}
 
 VHotfolder::VHotfolder() : scanMutex_(std::make_unique<std::recursive_mutex>()) {
   timer_.SetCallback(&VHotfolder::OnTimer, this);
@@ -398,6 +487,7 @@ VHotfolder& VHotfolder::operator=(const VHotfolder& other) {
 
 VHotfolder::~VHotfolder() {
   stopping_ = true;
+  ReportChanges();
   StopWatcher();
   timer_.Stop();
   std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
@@ -470,6 +560,7 @@ void VHotfolder::Start() {
 
 void VHotfolder::Stop() {
   stopping_ = true;
+  ReportChanges();  // a scan waiting for its second readings ends now
   StopWatcher();
   timer_.Stop();
   std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
@@ -500,9 +591,12 @@ int VHotfolder::CheckFolderChanges() {
   const std::string folder = PathBytes(GetPath());
   const Callback callback = callback_;
   void* const userData = userData_;
-  Scan::Clock::time_point lastReading{};
   std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
-  Scan scan(fileList_, callback, userData, groupFolders_, &stopping_, &lastReading, activeScan_);
+  {
+    std::lock_guard<std::mutex> changes(changeMutex_);
+    changed_ = false;  // this scan's walk sees them
+  }
+  Scan scan(fileList_, callback, userData, groupFolders_, &stopping_, activeScan_);
   activeScan_ = &scan;
   struct Restore {
     Scan*& active;
@@ -510,16 +604,7 @@ int VHotfolder::CheckFolderChanges() {
     ~Restore() { active = outer; }
   } restore{activeScan_, scan.outer()};
   scan.Walk(folder, recursive_);
-  if (scan.HasPending()) {
-    // One wait for every candidate: sleep in whole milliseconds until the second readings may
-    // be taken for the last file read first.
-    const auto deadline = lastReading + kStabilityWait;
-    while (Scan::Clock::now() < deadline && !stopping_) {
-      std::this_thread::sleep_for(
-          std::chrono::ceil<std::chrono::milliseconds>(deadline - Scan::Clock::now()));
-    }
-  }
-  scan.Deliver();
+  scan.Deliver([this](Scan::Clock::time_point deadline) { return WaitForChanges(deadline); });
   return scan.Finish();
 }
 

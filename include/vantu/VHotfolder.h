@@ -8,8 +8,10 @@
 // (UTF-8 bytes as the file system names it, NUL-terminated), the path's length and the user
 // data. In group-folders mode a sub-directory is one entry, delivered (its path ending in "/")
 // once every file directly inside it is complete in the same scan. A scan takes the first size
-// of every candidate, waits once, then takes the second sizes and delivers, so it waits about
-// 500 ms however many files it checks. Callbacks come in the order the walk found the entries;
+// of every candidate as it walks, then each candidate's second size once 500 ms have passed
+// since its first, and delivers: it waits about 500 ms however many files it checks. An entry
+// already delivered costs a scan its listing and one lookup. Callbacks come in the order the
+// walk found the entries;
 // all callbacks of all hot folders of the process are serialised by one recursive mutex, so a
 // callback may itself run a scan of another hot folder.
 //
@@ -22,9 +24,11 @@
 //
 // With SetWakeOnChange(true) the hot folder also watches its folder (and the sub-folders a scan
 // reads) for entries closed after writing, moved in or deleted, and runs a scan soon after a
-// burst of such changes, so a file is delivered about half a second after its writer closed
-// it. The periodic scan stays as the safety net for what notification misses: overflowed event
-// queues, network file systems that report nothing, folders that could not be watched.
+// burst of such changes; a scan that is waiting for its second readings when changes come walks
+// again and takes the new files along (for up to 30 s), so a file is delivered about half a
+// second after its writer closed it, also in a steady stream. The periodic scan stays as the safety
+// net for what notification misses: overflowed event queues, network file systems that report
+// nothing, folders that could not be watched.
 //
 // Every step is traced at level "INFO" through VLogMessage into the current log. Nothing is
 // thrown out of a scan or out of Remove; a missing folder gives an empty scan. A recursive scan
@@ -38,6 +42,8 @@
 #define VANTU_VHOTFOLDER_H
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -110,6 +116,9 @@ class VANTU_API VHotfolder : public VBaseObject {
   class Watcher;
   static int OnTimer(void* self);
   void StopWatcher();
+  // The watcher tells a waiting scan of changes; a scan waits for its deadline or for them.
+  void ReportChanges();
+  bool WaitForChanges(std::chrono::steady_clock::time_point deadline);
 
   // Settings may change from any thread while a scan runs; each scan reads them once.
   std::list<VHFItem> fileList_;
@@ -129,6 +138,9 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::unique_ptr<Watcher> watcher_;
   bool running_ = false;
   Scan* activeScan_ = nullptr;  // the scan in progress, under the scan mutex
+  std::mutex changeMutex_;      // guards changed_
+  std::condition_variable changeCv_;
+  bool changed_ = false;
 };
 
 #endif  // VANTU_VHOTFOLDER_H
