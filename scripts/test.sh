@@ -42,6 +42,10 @@ cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfo
 echo "== tsan tests"
 (cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
   -R '^(VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder)Test\.')
+# The error handler serialises reports from every thread.
+cmake --build "$root/build-tsan" -j "$jobs" --target vantu_xml_tests
+(cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
+  -R '^VErrorHandlerTest\.')
 
 echo "== install and consume"
 stage="$root/build-release/stage"

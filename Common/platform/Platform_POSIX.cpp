@@ -397,9 +397,12 @@ std::string FollowLinks(std::string path) {
 }  // namespace
 
 FileReplacement::FileReplacement(const std::string& path) : target_(FollowLinks(path)) {
+  if (target_.empty()) ThrowSystemError(ENOENT, path);
   struct stat info;
   const bool exists = ::stat(target_.c_str(), &info) == 0;
-  if (exists && S_ISDIR(info.st_mode)) ThrowSystemError(EISDIR, target_);
+  if (target_.back() == '/' || (exists && S_ISDIR(info.st_mode))) {
+    ThrowSystemError(EISDIR, target_);
+  }
   if (exists && ::faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) != 0) {
     ThrowSystemError(errno, target_);
   }

@@ -1,26 +1,64 @@
 #include <vantu/VSerializer.h>
 
-#include <unordered_map>
+#include <functional>
+#include <string_view>
 
 #include <vantu/VException.h>
 #include <vantu/VHexBinaryCodec.h>
 
 // One entered group: its node (null until a value is written into it) and, once used, an index
-// of its child elements by name (the first of each name).
+// of its child elements by name (the first of each name). The index is open addressing on the
+// names' hashes, with names compared through the container on a hash match: one flat array, no
+// allocation per child.
 struct VSerializer::Group {
   std::string name;
   VDataNode node = nullptr;
   bool indexed = false;
-  std::unordered_map<std::string, VDataNode> children;
+  std::vector<std::pair<size_t, VDataNode>> slots;  // a null node marks a free slot
+  size_t used = 0;
+  std::string scratch;
 
-  void Index(const VDataContainer& container) {
-    if (indexed) return;
-    std::string childName;
-    for (VDataNode child = node != nullptr ? container.GetFirstChild(node, nullptr) : nullptr;
-         child != nullptr; child = container.GetNextSibling(child, nullptr)) {
-      if (container.GetName(child, childName)) children.emplace(childName, child);
+  static size_t Hash(std::string_view key) { return std::hash<std::string_view>()(key); }
+
+  VDataNode Lookup(const VDataContainer& container, std::string_view key, size_t hash) {
+    const size_t mask = slots.size() - 1;
+    for (size_t i = hash & mask; !slots.empty() && slots[i].second != nullptr; i = (i + 1) & mask) {
+      if (slots[i].first == hash && container.GetName(slots[i].second, scratch) && scratch == key) {
+        return slots[i].second;
+      }
     }
-    indexed = true;
+    return nullptr;
+  }
+
+  // Records a child whose name is not in the index yet; keeps the table at most half full.
+  void Insert(size_t hash, VDataNode child) {
+    if (2 * (used + 1) > slots.size()) {
+      std::vector<std::pair<size_t, VDataNode>> old(std::max<size_t>(16, 2 * slots.size()));
+      old.swap(slots);
+      used = 0;
+      for (const auto& slot : old) {
+        if (slot.second != nullptr) Insert(slot.first, slot.second);
+      }
+    }
+    size_t i = hash & (slots.size() - 1);
+    while (slots[i].second != nullptr) i = (i + 1) & (slots.size() - 1);
+    slots[i] = {hash, child};
+    ++used;
+  }
+
+  // The child `key`, or null; indexes the children first when needed.
+  VDataNode Get(const VDataContainer& container, std::string_view key) {
+    if (!indexed) {
+      indexed = true;
+      std::string childName;
+      for (VDataNode child = node != nullptr ? container.GetFirstChild(node, nullptr) : nullptr;
+           child != nullptr; child = container.GetNextSibling(child, nullptr)) {
+        if (!container.GetName(child, childName)) continue;
+        const size_t hash = Hash(childName);
+        if (Lookup(container, childName, hash) == nullptr) Insert(hash, child);
+      }
+    }
+    return Lookup(container, key, Hash(key));
   }
 };
 
@@ -56,9 +94,7 @@ VDataNode VSerializer::Find(const char* name) const {
   Group& group = *groups_.back();
   if (group.node == nullptr || name == nullptr) return nullptr;
   // The index is a cache of the group's children; building it does not change the document.
-  group.Index(container_);
-  const auto found = group.children.find(name);
-  return found == group.children.end() ? nullptr : found->second;
+  return group.Get(container_, name);
 }
 
 VDataNode VSerializer::Materialise() {
@@ -67,12 +103,11 @@ VDataNode VSerializer::Materialise() {
   for (; made < groups_.size(); ++made) {
     Group& parent = *groups_[made - 1];
     Group& group = *groups_[made];
-    parent.Index(container_);
     group.node = container_.AddNode(parent.node, group.name.c_str());
     if (group.node == nullptr) {
       throw VantuInvalidArgumentException("VSerializer: bad group name " + group.name);
     }
-    parent.children.emplace(group.name, group.node);
+    parent.Insert(Group::Hash(group.name), group.node);
     group.indexed = true;  // a new group has no children
   }
   return groups_.back()->node;
@@ -87,7 +122,7 @@ VDataNode VSerializer::FindOrAdd(const char* name) {
     throw VantuInvalidArgumentException(std::string("VSerializer: bad value name ") +
                                         (name != nullptr ? name : "(null)"));
   }
-  group.children.emplace(name, node);
+  group.Insert(Group::Hash(name), node);
   return node;
 }
 

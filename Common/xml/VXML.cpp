@@ -39,6 +39,14 @@ pugi::xml_node NextElement(pugi::xml_node node, const char* name) {
   return node;
 }
 
+// `node` or the first sibling after it that is text or CDATA; empty if none.
+pugi::xml_node NextText(pugi::xml_node node) {
+  while (node && node.type() != pugi::node_pcdata && node.type() != pugi::node_cdata) {
+    node = node.next_sibling();
+  }
+  return node;
+}
+
 // An XML name as pugixml reads it back: a letter, "_", ":" or a byte >= 0x80 first, then also
 // digits, "-" and ".".
 bool IsXmlName(const char* name) {
@@ -288,10 +296,10 @@ bool VXML::SetValue(VDataNode node, const char* bytes, size_t length) {
   if (element.type() != pugi::node_element || !IsValueText(bytes, length)) return false;
   // White space alone survives a load only in a CDATA section.
   const pugi::xml_node_type wanted = IsBlank(bytes, length) ? pugi::node_cdata : pugi::node_pcdata;
-  pugi::xml_node text = element.first_child();
-  while (text && text.type() != pugi::node_pcdata && text.type() != pugi::node_cdata) {
-    text = text.next_sibling();
-  }
+  pugi::xml_node text = NextText(element.first_child());
+  // An empty value leaves no empty text node behind, unless another text follows that would
+  // then become the value.
+  if (length == 0 && !NextText(text.next_sibling())) return !text || element.remove_child(text);
   if (text.type() != wanted) {
     pugi::xml_node fresh =
         text ? element.insert_child_before(wanted, text) : element.append_child(wanted);
