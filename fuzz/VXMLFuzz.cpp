@@ -16,13 +16,7 @@
 #include <vantu/VHexBinaryCodec.h>
 #include <vantu/VXML.h>
 
-#define CHECK(condition)                                      \
-  do {                                                        \
-    if (!(condition)) {                                       \
-      std::fprintf(stderr, "check failed: %s\n", #condition); \
-      std::abort();                                           \
-    }                                                         \
-  } while (false)
+#include "FuzzCheck.h"
 
 namespace {
 

@@ -12,12 +12,8 @@
 namespace {
 
 using vantu::test::EntryOf;
+using vantu::test::Extended;
 using vantu::test::TableEntry;
-
-template <typename Base>
-struct Extended : Base {
-  virtual void Appended() {}
-};
 
 // Every slot of VDataContainer, as VXML's table holds it too.
 template <typename C>
@@ -46,9 +42,8 @@ void ExpectContainerSlots() {
   EXPECT_EQ(TableEntry(&C::GetAttribute), EntryOf(21, 1));
   EXPECT_EQ(TableEntry(&C::RemoveAttribute), EntryOf(22, 1));
   EXPECT_EQ(TableEntry(&C::CountChildren), EntryOf(23, 1));
-  EXPECT_EQ(TableEntry(static_cast<VDataContainer& (VDataContainer::*)(const VDataContainer&)>(
-                &C::operator=)),
-            EntryOf(24, 1));
+  using Assign = VDataContainer& (VDataContainer::*)(const VDataContainer&);
+  EXPECT_EQ(TableEntry(static_cast<Assign>(&C::operator=)), EntryOf(24, 1));
   EXPECT_EQ(TableEntry(&C::Copy), EntryOf(25, 1));
   EXPECT_EQ(TableEntry(&C::IsEmpty), EntryOf(26, 1));
   EXPECT_EQ(TableEntry(&C::Clear), EntryOf(27, 1));

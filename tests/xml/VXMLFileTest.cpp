@@ -20,13 +20,8 @@ std::string Read(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-std::vector<std::string> Names(const TempDir& dir) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(dir.path())) {
-    names.push_back(entry.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
+size_t Entries(const TempDir& dir) {
+  return static_cast<size_t>(std::distance(fs::directory_iterator(dir.path()), {}));
 }
 
 // A document of about a megabyte.
@@ -36,39 +31,27 @@ void Fill(VXML& xml) {
   for (int i = 0; i < 1000; ++i) xml.SetValue(xml.AddNode(root, "v"), text.data(), text.size());
 }
 
-// Saves `xml` to `path` in a child process whose files may not grow beyond 64 KiB; true when
-// the save failed there with the library's exception, and VXMLFile's destructor survived it.
-bool SaveFailsInChild(const std::string& path) {
-  const pid_t pid = ::fork();
-  if (pid == 0) {
+TEST(VXMLFileTest, ASaveThatFailsHalfWayLeavesThePreviousFileAndNoTemporaryFile) {
+  TempDir dir;
+  const std::string path = dir.Write("doc.xml", "<old>kept</old>\n");
+  // Files may not grow beyond 64 KiB in the child: the save throws, then the destructor's
+  // save fails quietly.
+  EXPECT_TRUE(vantu::test::InChild([&] {
     ::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{64 * 1024, 64 * 1024};
     ::setrlimit(RLIMIT_FSIZE, &limit);
-    bool threw = false;
-    {
-      VXMLFile file(VPath(path.c_str(), UTF8));
-      VXML& xml = *file.GetContainer();
-      xml.Clear();
-      Fill(xml);
-      try {
-        xml.Save(path);
-      } catch (const VantuPathNotFoundException& e) {
-        threw = e.Message() == "Exception saving XML document";
-      }
+    VXMLFile file(VPath(path.c_str(), UTF8));
+    file.GetContainer()->Clear();
+    Fill(*file.GetContainer());
+    try {
+      file.GetContainer()->Save(path);
+    } catch (const VantuPathNotFoundException& e) {
+      return e.Message() == "Exception saving XML document";
     }
-    ::_exit(threw ? 0 : 1);
-  }
-  int status = -1;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-TEST(VXMLFileTest, AFailedSaveLeavesThePreviousFileAndNoTemporaryFile) {
-  TempDir dir;
-  const std::string path = dir.Write("doc.xml", "<old>kept</old>\n");
-  EXPECT_TRUE(SaveFailsInChild(path));
+    return false;
+  }));
   EXPECT_EQ(Read(path), "<old>kept</old>\n");
-  EXPECT_EQ(Names(dir), std::vector<std::string>{"doc.xml"});
+  EXPECT_EQ(Entries(dir), 1u);
 }
 
 TEST(VXMLFileTest, NonRootSaveIntoAReadOnlyFolderOrFileKeepsThePreviousFile) {
@@ -84,7 +67,7 @@ TEST(VXMLFileTest, NonRootSaveIntoAReadOnlyFolderOrFileKeepsThePreviousFile) {
   EXPECT_THROW(xml.Save(path), VantuPathNotFoundException);
   ::chmod(dir.path().c_str(), 0755);
   EXPECT_EQ(Read(path), "<old/>");
-  EXPECT_EQ(Names(dir), std::vector<std::string>{"doc.xml"});
+  EXPECT_EQ(Entries(dir), 1u);
 }
 
 TEST(VXMLFileTest, SavingKeepsPermissionsAndWritesThroughLinks) {
@@ -98,7 +81,7 @@ TEST(VXMLFileTest, SavingKeepsPermissionsAndWritesThroughLinks) {
   EXPECT_TRUE(fs::is_symlink(dir / "link.xml"));
   EXPECT_EQ(Read(real), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<new />\n");
   EXPECT_EQ(fs::status(real).permissions(), fs::perms(0640));
-  EXPECT_EQ(Names(dir), (std::vector<std::string>{"link.xml", "real.xml"}));
+  EXPECT_EQ(Entries(dir), 2u);
   EXPECT_THROW(xml.Save(dir.path()), VantuPathNotFoundException);
   EXPECT_FALSE(VXML().Save(real));
 }
@@ -108,7 +91,6 @@ TEST(VXMLFileTest, CopiesShareOneContainerAndEachSavesWhenItGoes) {
   const std::string path = dir / "missing/dir/doc.xml";
   {
     VXMLFile file(VPath(path.c_str(), UTF8));
-    EXPECT_EQ(file.GetContainer()->GetDocument(), nullptr);
     VXMLFile copy(file);
     VXMLFile assigned;
     assigned = copy;
@@ -116,8 +98,6 @@ TEST(VXMLFileTest, CopiesShareOneContainerAndEachSavesWhenItGoes) {
     copy.GetContainer()->AddNode(nullptr, "r");
   }
   EXPECT_EQ(Read(path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r />\n");
-  VXMLFile again(VPath(path.c_str(), UTF8));
-  EXPECT_NE(again.GetContainer()->GetRoot(), nullptr);
 }
 
 TEST(VXMLFileTest, AFileThatDoesNotLoadIsNotOverwritten) {

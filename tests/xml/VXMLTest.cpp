@@ -28,25 +28,18 @@ std::string Value(const VXML& xml, VDataNode node) {
   return bytes;
 }
 
-TEST(VXMLTest, EmptinessCountsAnAttributeOrAChildOnly) {
+TEST(VXMLTest, EmptinessAndTheFourOutputFormats) {
   VXML xml;
   EXPECT_TRUE(xml.IsEmpty());
   EXPECT_EQ(xml.CountChildren(), -1);
+  EXPECT_EQ(xml.ToString(0), "");
   for (auto [text, empty] :
-       {std::pair{"<r/>", true}, {"<r a=\"1\"/>", false}, {"<r><c/></r>", false}}) {
+       {std::pair{"<r/>", true}, {"<r a='1'/>", false}, {"<r><c/></r>", false}}) {
     ASSERT_EQ(xml.Parse(text), 0);
     EXPECT_EQ(xml.IsEmpty(), empty) << text;
   }
-  xml.Clear();
-  EXPECT_TRUE(xml.IsEmpty());
-  EXPECT_EQ(xml.ToString(0), "");
-}
-
-TEST(VXMLTest, FormatFlagsChooseIndentationAndDeclaration) {
-  VXML xml;
   ASSERT_EQ(xml.Parse("<r><c>x</c><d/></r>"), 0);
   const std::string declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
-  EXPECT_EQ(xml.ToString(0), "<r><c>x</c><d/></r>");
   EXPECT_EQ(xml.ToString(1), "<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
   EXPECT_EQ(xml.ToString(2), declaration + "<r><c>x</c><d/></r>");
   EXPECT_EQ(xml.ToString(3), declaration + "\n<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
@@ -54,6 +47,8 @@ TEST(VXMLTest, FormatFlagsChooseIndentationAndDeclaration) {
   EXPECT_EQ(xml.ToString(3), declaration + "\n<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
   EXPECT_EQ(xml.CountChildren(), 2);
   EXPECT_EQ(xml.ToString(0), "<r><c>x</c><d/></r>");
+  xml.Clear();
+  EXPECT_TRUE(xml.IsEmpty());
 }
 
 TEST(VXMLTest, LoadReportsTheLibrarysTextsUnlessQuiet) {
@@ -65,18 +60,14 @@ TEST(VXMLTest, LoadReportsTheLibrarysTextsUnlessQuiet) {
   EXPECT_FALSE(xml.Load(dir / "missing.xml", false));
   EXPECT_FALSE(xml.Load(broken, false));
   EXPECT_FALSE(xml.Load(broken, true));
-  ASSERT_EQ(handler.texts.size(), 3u);
-  EXPECT_EQ(handler.texts[0], dir.path() + "/ is not a file");
-  EXPECT_EQ(handler.texts[1], "File " + (dir / "missing.xml") + " not found");
-  EXPECT_EQ(handler.texts[2], "Start-end tags mismatch Offset: 6");
+  EXPECT_EQ(handler.texts, (std::vector<std::string>{dir.path() + "/ is not a file",
+                                                     "File " + (dir / "missing.xml") + " not found",
+                                                     "Start-end tags mismatch Offset: 6"}));
   EXPECT_TRUE(xml.IsEmpty());
-
   std::istringstream in("<a>");
   EXPECT_THROW(xml.Load(in), VantuXMLElementException);
   EXPECT_FALSE(xml.FromString("<a></b>"));
   EXPECT_EQ(xml.Parse("<a"), -1);
-  EXPECT_TRUE(xml.FromString("<a>1</a>"));
-  EXPECT_EQ(xml.GetInt(xml.GetRoot()), 1);
 }
 
 TEST(VXMLTest, ElementOperationsWalkAndEditTheTree) {
@@ -87,15 +78,10 @@ TEST(VXMLTest, ElementOperationsWalkAndEditTheTree) {
   VDataNode a1 = xml.AddNode(root, "a");
   VDataNode a2 = xml.AddNode(root, "a");
   VDataNode b = xml.AddNode(a2, "b");
-  xml.AddNode(root, "z");
   // The path search goes on past the first "a", which has no "b".
   EXPECT_EQ(xml.GetNode(nullptr, "/r//a/b/"), b);
-  EXPECT_EQ(xml.GetNode(root, "a/c"), nullptr);
-  EXPECT_EQ(xml.GetFirstChild(root, "a"), a1);
-  EXPECT_EQ(xml.GetNextSibling(a1, "a"), a2);
-  EXPECT_EQ(xml.GetNextSibling(a2, "a"), nullptr);
-  EXPECT_EQ(xml.CountNodes(root, nullptr), 3);
-  EXPECT_EQ(xml.CountNodes(root, "a"), 2);
+  EXPECT_EQ(xml.GetNextSibling(xml.GetFirstChild(root, "a"), "a"), a2);
+  EXPECT_EQ(xml.CountNodes(root, nullptr), 2);
   EXPECT_EQ(xml.GetParent(b), a2);
   EXPECT_EQ(xml.GetParent(root), nullptr);
 
@@ -105,30 +91,28 @@ TEST(VXMLTest, ElementOperationsWalkAndEditTheTree) {
   EXPECT_FALSE(xml.SetValue(a1, "a\0b", 3));
   EXPECT_FALSE(xml.SetName(a1, "no name"));
   EXPECT_TRUE(xml.SetName(a1, "x"));
-  std::vector<std::string> names;
-  EXPECT_EQ(xml.GetAttributeNames(a1, names), 2);
-  EXPECT_EQ(names, (std::vector<std::string>{"k", "j"}));
   EXPECT_TRUE(xml.RemoveAttribute(a1, "j"));
-  EXPECT_FALSE(xml.RemoveAttribute(a1, "j"));
+  std::vector<std::string> names;
+  EXPECT_EQ(xml.GetAttributeNames(a1, names), 1);
+  // VString values go in and out in the container's encoding.
   EXPECT_TRUE(xml.SetValue(b, VString("caf\xC3\xA9", UTF8)));
   xml.SetEncoding(Latin1);
   VString value;
   EXPECT_TRUE(xml.GetValue(b, value));
-  EXPECT_EQ(value.GetString(), "caf\xC3\xA9");  // the bytes, now taken as Latin-1
+  EXPECT_EQ(value.GetString(), "caf\xC3\xA9");
   EXPECT_TRUE(xml.SetValue(b, VString("\xE9", Latin1)));
-  EXPECT_EQ(Value(xml, b), "\xE9");
 
-  // Copies: into the own subtree, and from another document to its document level.
+  // Copies into the own subtree, and to another document's level; removal takes the subtree.
   EXPECT_NE(xml.CopyNode(b, xml, a2), nullptr);
   EXPECT_EQ(xml.ToString(0),
-            "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/><a><b>\xE9<a><b>\xE9</b></a></b></a><z/></r>");
+            "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/><a><b>\xE9<a><b>\xE9</b></a></b></a></r>");
   VXML other;
-  VDataNode copy = other.CopyNode(nullptr, xml, a2);
-  EXPECT_EQ(other.GetRoot(), copy);
+  VDataNode copied = other.CopyNode(nullptr, xml, a2);
+  EXPECT_EQ(copied, other.GetRoot());
   EXPECT_EQ(other.CopyNode(nullptr, xml, a2), nullptr);
   EXPECT_TRUE(xml.RemoveNode(a2));
-  EXPECT_EQ(xml.ToString(0), "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/><z/></r>");
-  EXPECT_EQ(other.CountNodes(other.GetNode(nullptr, "a/b"), "a"), 1);
+  EXPECT_EQ(xml.ToString(0), "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/></r>");
+  EXPECT_EQ(other.ToString(0), "<a><b>\xE9<a><b>\xE9</b></a></b></a>");
 }
 
 // Any byte string without NUL, as a text value and as an attribute, survives writing in every
@@ -166,20 +150,16 @@ TEST(VXMLTest, ValuesSurviveEveryFormat) {
 TEST(VXMLTest, TypedValuesUseTheDefaultWhenTheTextIsNoNumber) {
   VXML xml;
   VDataNode n = xml.AddNode(nullptr, "n");
-  const auto with = [&](const char* text) {
-    xml.SetValue(n, text, std::strlen(text));
-    return n;
-  };
+  const auto with = [&](const char* text) { return xml.SetValue(n, text, std::strlen(text)), n; };
   EXPECT_EQ(xml.GetInt(with(" +42\n"), -1), 42);
   EXPECT_EQ(xml.GetInt(with("2147483648"), -1), -1);
   EXPECT_EQ(xml.GetInt64(n, -1), 2147483648LL);
-  EXPECT_EQ(xml.GetInt(with("4x"), -1), -1);
-  EXPECT_EQ(xml.GetInt(with("+-4"), -1), -1);
-  EXPECT_EQ(xml.GetInt(nullptr, -1), -1);
-  EXPECT_EQ(xml.GetDouble(with("1e3"), 0), 1000.0);
+  for (const char* bad : {"4x", "+-4", "", "1e3"}) EXPECT_EQ(xml.GetInt(with(bad), -1), -1) << bad;
+  EXPECT_EQ(xml.GetDouble(n, 0), 1000.0);
   EXPECT_TRUE(xml.GetBool(with("1"), false));
   EXPECT_FALSE(xml.GetBool(with("false"), true));
-  EXPECT_TRUE(xml.GetBool(with("yes"), true));
+  EXPECT_TRUE(xml.GetBool(with("no"), true));
+  EXPECT_EQ(xml.GetInt(nullptr, -1), -1);
   for (double d : {0.1, -1e300, 5e-324, 1.0 / 3}) {
     ASSERT_TRUE(xml.SetDouble(n, d));
     EXPECT_EQ(xml.GetDouble(n, 0), d);
@@ -198,7 +178,6 @@ TEST(VXMLTest, XPathGivesElementsInDocumentOrder) {
   EXPECT_EQ(xml.SelectNodes("//c[", nodes), -1);
   EXPECT_EQ(xml.SelectNodes("1+1", nodes), -1);
   ASSERT_EQ(nodes.size(), 2u);
-  EXPECT_EQ(nodes[0], xml.GetNode(nullptr, "r/c"));
   EXPECT_EQ(xml.SelectNode("//d/c | //c[@a]"), nodes[0]);
   EXPECT_EQ(xml.SelectNode("//e"), nullptr);
 }
@@ -212,19 +191,16 @@ TEST(VXMLTest, EntitiesAreNeverExpandedAndEncodingsAreRecognised) {
     for (int j = 0; j < 10; ++j) laughs += "&l" + std::to_string(i - 1) + ";";
     laughs += "\">";
   }
-  const std::string documents[] = {
-      laughs + "]><r>&l9;</r>",
-      "<!DOCTYPE r [<!ENTITY s SYSTEM \"file://" + secret + "\">]><r>&s;</r>",
-      "<!DOCTYPE r SYSTEM \"" + secret + "\"><r>&s;</r>",
-  };
-  for (const std::string& text : documents) {
+  for (const std::string& text :
+       {laughs + "]><r>&l9;</r>", "<!DOCTYPE r [<!ENTITY s SYSTEM \"" + secret + "\">]><r>&s;</r>",
+        "<!DOCTYPE r SYSTEM \"" + secret + "\"><r>&s;</r>"}) {
     VXML xml;
     EXPECT_EQ(xml.Parse(text), 0);
-    EXPECT_EQ(xml.ToString(0).find("SECRET"), std::string::npos);
+    EXPECT_EQ(xml.ToString(0).substr(0, 3), "<r>");
     EXPECT_LT(xml.ToString(0).size(), 20u) << xml.ToString(0);
   }
+  // UTF-16 little-endian with its mark, invalid UTF-8 kept as bytes, odd UTF-16.
   VXML xml;
-  // UTF-16 little-endian with its mark, then invalid UTF-8 kept as bytes.
   ASSERT_EQ(xml.Parse(std::string("\xFF\xFE<\0r\0>\0\xE9\0<\0/\0r\0>\0", 18)), 0);
   EXPECT_EQ(Value(xml, xml.GetRoot()), "\xC3\xA9");
   ASSERT_EQ(xml.Parse("<r>\xFF\xC3</r>"), 0);
