@@ -94,7 +94,7 @@ bool DeeperThan(const pugi::xml_node& document, unsigned int limit) {
   return false;
 }
 
-// The pugixml format for indented (or raw) output, raw when indentation would not pay.
+// The pugixml format for indented or raw output; raw for a document too deep to indent.
 unsigned int Format(const pugi::xml_document& document, bool indent) {
   if (indent && !DeeperThan(document, kDeepestIndentedLevel)) return pugi::format_indent;
   return pugi::format_indent | pugi::format_raw;
@@ -109,8 +109,9 @@ void SetAttributeText(pugi::xml_node node, const char* name, const char* value) 
 // Makes the first node a declaration with version 1.0 and encoding UTF-8.
 void EnsureDeclaration(pugi::xml_document& document) {
   pugi::xml_node first = document.first_child();
-  if (first.type() != pugi::node_declaration)
+  if (first.type() != pugi::node_declaration) {
     first = document.prepend_child(pugi::node_declaration);
+  }
   SetAttributeText(first, "version", "1.0");
   SetAttributeText(first, "encoding", "UTF-8");
 }
