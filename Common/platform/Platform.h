@@ -82,6 +82,8 @@ class FileReplacement {
   // Appends bytes to the temporary file. After a failure later writes are ignored and Commit
   // throws.
   void Write(const void* bytes, size_t count);
+  // Discards what was written, to start again.
+  void Restart();
   // Throws std::system_error when the first failed write, the flush or the rename failed.
   void Commit();
 

@@ -448,6 +448,10 @@ void FileReplacement::Write(const void* bytes, size_t count) {
   }
 }
 
+void FileReplacement::Restart() {
+  if (error_ == 0 && (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0)) error_ = errno;
+}
+
 void FileReplacement::Commit() {
   if (error_ == 0 && ::fsync(fd_) != 0) error_ = errno;
   if (::close(fd_) != 0 && error_ == 0) error_ = errno;

@@ -5,30 +5,10 @@
 #include <istream>
 #include <ostream>
 #include <sstream>
-#include <streambuf>
+
+#include "internal/StringAppender.h"
 
 namespace {
-
-// A stream buffer that appends what is written to a string, so ToString hands out the text
-// without copying it again.
-class StringAppender : public std::streambuf {
- public:
-  explicit StringAppender(std::string& text) : text_(text) {}
-
- protected:
-  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    text_.append(bytes, static_cast<size_t>(count));
-    return count;
-  }
-  int_type overflow(int_type c) override {
-    if (!traits_type::eq_int_type(c, traits_type::eof()))
-      text_.push_back(traits_type::to_char_type(c));
-    return traits_type::not_eof(c);
-  }
-
- private:
-  std::string& text_;
-};
 
 // The value's text without surrounding ASCII white space.
 std::string_view Trimmed(const std::string& text) {
@@ -101,7 +81,7 @@ bool VDataContainer::GetValue(VDataNode node, VString& value) const {
 
 std::string VDataContainer::ToString(unsigned int flags) {
   std::string text;
-  StringAppender buffer(text);
+  vantu::internal::StringAppender buffer(text);
   std::ostream out(&buffer);
   if (!Save(out, flags)) text.clear();
   return text;

@@ -3,6 +3,7 @@
 #include <pugixml.hpp>
 
 #include <cstring>
+#include <functional>
 #include <istream>
 #include <memory>
 #include <ostream>
@@ -11,6 +12,7 @@
 #include <vantu/VException.h>
 #include <vantu/VPath.h>
 
+#include "internal/StringAppender.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -18,7 +20,8 @@ namespace {
 // pugixml's parse_default (116): CDATA, escapes, end-of-line and attribute white-space
 // conversion. Document type declarations are skipped, never expanded.
 constexpr unsigned int kParseFlags = pugi::parse_default;
-// Indentation grows with the square of the depth; deeper documents are written raw.
+// Indentation grows with the square of the depth; documents with elements deeper than this are
+// written raw.
 constexpr unsigned int kDeepestIndentedLevel = 256;
 
 pugi::xml_node Node(VDataNode node) {
@@ -73,12 +76,13 @@ bool IsBlank(const char* bytes, size_t length) {
   return true;
 }
 
-// Whether some node lies more than `limit` levels below the document. Walks without recursion.
+// Whether some element lies more than `limit` levels below the document. Walks without
+// recursion.
 bool DeeperThan(const pugi::xml_node& document, unsigned int limit) {
   pugi::xml_node node = document.first_child();
   unsigned int depth = 1;
   while (node) {
-    if (depth > limit) return true;
+    if (depth > limit && node.type() == pugi::node_element) return true;
     pugi::xml_node next = node.first_child();
     if (next) {
       node = next;
@@ -92,12 +96,6 @@ bool DeeperThan(const pugi::xml_node& document, unsigned int limit) {
     node = next;
   }
   return false;
-}
-
-// The pugixml format for indented or raw output; raw for a document too deep to indent.
-unsigned int Format(const pugi::xml_document& document, bool indent) {
-  if (indent && !DeeperThan(document, kDeepestIndentedLevel)) return pugi::format_indent;
-  return pugi::format_indent | pugi::format_raw;
 }
 
 void SetAttributeText(pugi::xml_node node, const char* name, const char* value) {
@@ -144,15 +142,75 @@ std::vector<std::string> PathNames(const char* path) {
   return names;
 }
 
-// Sends pugixml's output into a file replacement.
-class ReplacementWriter : public pugi::xml_writer {
+// Thrown by an OutputWriter that watches indentation when a line is indented too deep.
+struct TooDeepToIndent {};
+
+// Passes pugixml's output to a sink. When watching, it throws TooDeepToIndent as soon as the
+// output holds a run of kDeepestIndentedLevel tabs: the indentation of an element deeper than
+// that (a text value holding such a run counts too; it is then written raw, which changes no
+// content). Any such run covers a byte at every stride of half its length, so sampling those
+// bytes finds it without reading the others.
+class OutputWriter : public pugi::xml_writer {
  public:
-  explicit ReplacementWriter(vantu::platform::FileReplacement& file) : file_(file) {}
-  void write(const void* data, size_t size) override { file_.Write(data, size); }
+  using Sink = std::function<void(const void*, size_t)>;
+  OutputWriter(const Sink& sink, bool watch) : sink_(sink), watch_(watch) {}
+
+  void write(const void* data, size_t size) override {
+    if (watch_) Watch(static_cast<const char*>(data), size);
+    sink_(data, size);
+  }
 
  private:
-  vantu::platform::FileReplacement& file_;
+  static constexpr size_t kRun = kDeepestIndentedLevel;
+
+  void Watch(const char* data, size_t size) {
+    size_t lead = 0;  // the run that continues the previous chunk's last one
+    while (lead < size && data[lead] == '\t') ++lead;
+    if (carried_ + lead >= kRun) throw TooDeepToIndent();
+    for (size_t i = lead + kRun / 2; i < size; i += kRun / 2) {
+      if (data[i] != '\t') continue;
+      size_t first = i;
+      size_t last = i;
+      while (first > 0 && data[first - 1] == '\t') --first;
+      while (last + 1 < size && data[last + 1] == '\t') ++last;
+      if (last - first + 1 >= kRun) throw TooDeepToIndent();
+      i = last;
+    }
+    size_t trail = 0;
+    while (trail < size && data[size - 1 - trail] == '\t') ++trail;
+    carried_ = trail == size ? carried_ + size : trail;
+  }
+
+  const Sink& sink_;
+  const bool watch_;
+  size_t carried_ = 0;
 };
+
+// Writes the document's top-level nodes (declarations only with `declaration`) to `sink`,
+// indented when `indent`. A document too deep to indent is written raw: with `rewind`, which
+// discards what was written, once the output turns out too deep; without it, after a walk that
+// measures the depth first.
+void WriteDocument(const pugi::xml_document& document, bool indent, bool declaration,
+                   const OutputWriter::Sink& sink, const std::function<void()>& rewind) {
+  const auto writeAll = [&](unsigned int format, bool watch) {
+    OutputWriter writer(sink, watch);
+    for (pugi::xml_node node = document.first_child(); node; node = node.next_sibling()) {
+      if (declaration || node.type() != pugi::node_declaration) {
+        node.print(writer, "\t", format, pugi::encoding_auto);
+      }
+    }
+  };
+  constexpr unsigned int kRaw = pugi::format_indent | pugi::format_raw;
+  if (!indent || (!rewind && DeeperThan(document, kDeepestIndentedLevel))) {
+    return writeAll(kRaw, false);
+  }
+  try {
+    writeAll(pugi::format_indent, static_cast<bool>(rewind));
+  } catch (const TooDeepToIndent&) {
+    rewind();
+    writeAll(kRaw, false);
+  }
+}
 
 }  // namespace
 
@@ -223,8 +281,9 @@ bool VXML::Save(const std::string& path) {
   try {
     EnsureDeclaration(*document_);
     vantu::platform::FileReplacement file(path);
-    ReplacementWriter writer(file);
-    document_->save(writer, "\t", Format(*document_, true), pugi::encoding_auto);
+    WriteDocument(
+        *document_, true, true, [&file](const void* data, size_t size) { file.Write(data, size); },
+        [&file] { file.Restart(); });
     file.Commit();
   } catch (...) {
     throw VantuPathNotFoundException("Exception saving XML document");
@@ -234,18 +293,19 @@ bool VXML::Save(const std::string& path) {
 
 bool VXML::Save(std::ostream& out, unsigned int flags) {
   if (document_ == nullptr) return false;
-  const unsigned int format = Format(*document_, (flags & 1) != 0);
-  if ((flags & 2) != 0) {
-    EnsureDeclaration(*document_);
-    document_->save(out, "\t", format, pugi::encoding_auto);
-  } else {
-    // A declaration left by an earlier save is not written either.
-    for (pugi::xml_node node = document_->first_child(); node; node = node.next_sibling()) {
-      if (node.type() != pugi::node_declaration) {
-        node.print(out, "\t", format, pugi::encoding_auto);
-      }
-    }
+  if ((flags & 2) != 0) EnsureDeclaration(*document_);
+  // Output into a string (ToString) can be taken back; into another stream it cannot.
+  std::function<void()> rewind;
+  if (auto* appender = dynamic_cast<vantu::internal::StringAppender*>(out.rdbuf())) {
+    rewind = [appender, start = appender->text().size()] { appender->text().resize(start); };
   }
+  // Without bit 1, a declaration left by an earlier save is not written either.
+  WriteDocument(
+      *document_, (flags & 1) != 0, (flags & 2) != 0,
+      [&out](const void* data, size_t size) {
+        out.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+      },
+      rewind);
   return !out.fail();
 }
 

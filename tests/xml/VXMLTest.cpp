@@ -5,6 +5,7 @@
 #include <vantu/VXML.h>
 
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <sstream>
 
@@ -212,6 +213,7 @@ TEST(VXMLTest, EntitiesAreNeverExpandedAndEncodingsAreRecognised) {
 // finish in about a second instead of overflowing the stack or running for hours.
 TEST(VXMLTest, DeepAndWideDocumentsNeedNoRecursion) {
   const size_t n = 1000000;
+  vantu::test::TempDir dir;
   std::string deep, wide = "<r>";
   for (size_t i = 0; i < n; ++i) deep += "<a>";
   for (size_t i = 0; i < n; ++i) deep += "</a>";
@@ -226,6 +228,12 @@ TEST(VXMLTest, DeepAndWideDocumentsNeedNoRecursion) {
     // Raw: "<a/>" at the bottom; indented: raw when deep, one "\t<a />\n" per line when wide.
     EXPECT_EQ(copy.ToString(0).size(), text == &deep ? 7 * n - 3 : 4 * n + 7);
     EXPECT_EQ(copy.ToString(1).size(), text == &deep ? 7 * n - 3 : 7 * n + 9);
+    // The same into a stream that cannot be rewound, and into a file.
+    std::ostringstream stream;
+    ASSERT_TRUE(copy.Save(stream, 1));
+    EXPECT_EQ(stream.str().size(), text == &deep ? 7 * n - 3 : 7 * n + 9);
+    ASSERT_TRUE(copy.Save(dir / "big.xml"));
+    EXPECT_EQ(std::filesystem::file_size(dir / "big.xml"), copy.ToString(3).size());
     VXML other;
     EXPECT_NE(other.CopyNode(nullptr, *xml, xml->GetRoot()), nullptr);
     EXPECT_TRUE(other.RemoveNode(other.GetRoot()));
