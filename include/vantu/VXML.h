@@ -11,9 +11,10 @@
 // beside the target, which is flushed to disk and renamed over the target, keeping its
 // permission bits; a symbolic link is written through to the file it names. A save that fails
 // leaves the previous file as it was and no temporary file. A target without write permission
-// is not replaced. Indented output of a document nested more than 256 levels deep is written
-// raw (no line breaks or indentation), since indentation would grow with the square of the
-// depth. A text value made only of white space is kept in a CDATA section, so it survives a
+// is not replaced. Indented output of a document with elements more than 256 levels deep is
+// written raw (no line breaks or indentation), since indentation would grow with the square of
+// the depth; so is, into a string or a file, a document whose text holds 256 tabs in a row.
+// A text value made only of white space is kept in a CDATA section, so it survives a
 // save and a load; carriage returns in text values follow XML's line-end rules (a CR or CR LF
 // reads back as LF).
 //
