@@ -9,6 +9,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include <fstream>
 #include <new>
 #include <string>
+#include <vector>
 
 #include <vantu/VSerializer.h>
 #include <vantu/VXML.h>
@@ -221,17 +223,31 @@ void BM_Serializer_Pugixml(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kSerializedValues);
 }
 
+// The machine is shared, so next to the median each benchmark reports its fastest repetition
+// ("_min", the least disturbed one); compare times, as the rates of "_min" are the slowest.
+double Fastest(const std::vector<double>& values) {
+  return *std::min_element(values.begin(), values.end());
+}
+
 }  // namespace
 
-BENCHMARK(BM_Parse_Vantu)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Parse_Pugixml)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_LoadPath_Vantu)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_LoadPath_Pugixml)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ToString_Vantu)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ToString_Pugixml)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_WalkElements_Vantu)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Serializer_Vantu)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Serializer_Pugixml)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Parse_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_Parse_Pugixml)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_LoadPath_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_LoadPath_Pugixml)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_ToString_Vantu)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_ToString_Pugixml)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_WalkElements_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_Serializer_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_Serializer_Pugixml)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
 
 int main(int argc, char** argv) {
   // Every block stays in the heap and is reused by the next iteration: without this, each
