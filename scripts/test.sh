@@ -40,10 +40,10 @@ echo "== tsan build (concurrency tests)"
 cmake -S "$root" -B "$root/build-tsan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVANTU_SANITIZE=thread \
   -DVANTU_BUILD_BENCHMARKS=OFF -DVANTU_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfolder_tests \
-  vantu_sync_tests vantu_net_tests vantu_zip_tests
+  vantu_sync_tests vantu_net_tests vantu_zip_tests vantu_xml_tests
 echo "== tsan tests"
 (cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
-  -R '^((VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder|VMutex|VEvent|VThread|VNotificationCenter|FlatSync|VURLConcurrency|VUUID)Test\.|VZipFileTest\.RoundTrips|VUnzipFileTest\.ReadsWhatOtherToolsWrite)')
+  -R '^((VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder|VMutex|VEvent|VThread|VNotificationCenter|FlatSync|VURLConcurrency|VUUID|VErrorHandler)Test\.|VZipFileTest\.RoundTrips|VUnzipFileTest\.ReadsWhatOtherToolsWrite)')
 
 echo "== install and consume"
 stage="$root/build-release/stage"

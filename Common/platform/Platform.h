@@ -204,6 +204,37 @@ void FillRandom(void* buffer, size_t size);
 // A number that changes in a child process each time the process forks: state derived from
 // randomness (buffered random bytes, generators) compares it to know it must start afresh.
 unsigned long ForkGeneration();
+// Replacing a file whole.
+
+// Writes a new version of a file that is never seen half written, not even after a crash: the
+// bytes go to a temporary file beside the target, which is flushed to disk, given the target's
+// permission bits (and owner and group, where allowed), renamed over the target, and the
+// directory flushed. A target that is a symbolic link is replaced at the file the link names. A
+// target that exists but may not be written, or is a directory, is refused before anything is
+// written. Until Commit succeeds the target is untouched; the temporary file is removed when
+// the object goes without a successful Commit.
+class FileReplacement {
+ public:
+  // Throws std::system_error when the temporary file cannot be made.
+  explicit FileReplacement(const std::string& path);
+  ~FileReplacement();
+  FileReplacement(const FileReplacement&) = delete;
+  FileReplacement& operator=(const FileReplacement&) = delete;
+
+  // Appends bytes to the temporary file. After a failure later writes are ignored and Commit
+  // throws.
+  void Write(const void* bytes, size_t count);
+  // Discards what was written, to start again.
+  void Restart();
+  // Throws std::system_error when the first failed write, the flush or the rename failed.
+  void Commit();
+
+ private:
+  std::string target_;
+  std::string temporary_;
+  int fd_ = -1;
+  int error_ = 0;
+};
 
 }  // namespace vantu::platform
 

@@ -21,6 +21,7 @@
 #include <chrono>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -782,6 +783,105 @@ unsigned long ForkGeneration() {
   static const bool registered = ::pthread_atfork(nullptr, nullptr, CountFork) == 0;
   (void)registered;
   return g_forkGeneration.load(std::memory_order_relaxed);
+}
+
+namespace {
+
+[[noreturn]] void ThrowSystemError(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+// The directory part of a path, with its trailing "/"; empty for a bare name.
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+// The file a chain of symbolic links ends at (which may not exist yet); the path itself when it
+// is not a link.
+std::string FollowLinks(std::string path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat info;
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode)) return path;
+    std::string target(PATH_MAX, '\0');
+    const ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+    if (n < 0) ThrowSystemError(errno, path);
+    target.resize(static_cast<size_t>(n));
+    path = !target.empty() && target[0] == '/' ? target : DirectoryOf(path) + target;
+  }
+  ThrowSystemError(ELOOP, path);
+}
+
+}  // namespace
+
+FileReplacement::FileReplacement(const std::string& path) : target_(FollowLinks(path)) {
+  if (target_.empty()) ThrowSystemError(ENOENT, path);
+  struct stat info;
+  const bool exists = ::stat(target_.c_str(), &info) == 0;
+  if (target_.back() == '/' || (exists && S_ISDIR(info.st_mode))) {
+    ThrowSystemError(EISDIR, target_);
+  }
+  if (exists && ::faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) != 0) {
+    ThrowSystemError(errno, target_);
+  }
+  // A hidden name beside the target; O_EXCL with fresh suffixes until one is free. Mode 0666
+  // lets the umask decide for a new file; an existing file's bits are copied below.
+  static std::atomic<unsigned> counter{0};
+  const std::string directory = DirectoryOf(target_);
+  // The name part is shortened so that the temporary name stays within NAME_MAX.
+  const std::string stem = directory + "." + target_.substr(directory.size(), 200) + ".";
+  for (int attempt = 0; fd_ < 0; ++attempt) {
+    const auto clock = std::chrono::steady_clock::now().time_since_epoch().count();
+    char suffix[48];
+    std::snprintf(suffix, sizeof(suffix), "%x%x%llx.tmp", static_cast<unsigned>(::getpid()),
+                  counter++, static_cast<unsigned long long>(clock) & 0xFFFFFF);
+    temporary_ = stem + suffix;
+    fd_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd_ < 0 && (errno != EEXIST || attempt == 100)) ThrowSystemError(errno, temporary_);
+  }
+  if (exists) {
+    if (info.st_uid != ::geteuid() || info.st_gid != ::getegid()) {
+      (void)!::fchown(fd_, info.st_uid, info.st_gid);  // allowed to root only; best effort
+    }
+    if (::fchmod(fd_, info.st_mode & 07777) != 0) error_ = errno;
+  }
+}
+
+FileReplacement::~FileReplacement() {
+  if (fd_ >= 0) ::close(fd_);
+  if (!temporary_.empty()) ::unlink(temporary_.c_str());
+}
+
+void FileReplacement::Write(const void* bytes, size_t count) {
+  const char* p = static_cast<const char*>(bytes);
+  while (error_ == 0 && count > 0) {
+    const ssize_t n = ::write(fd_, p, count);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      error_ = n < 0 ? errno : EIO;
+    } else {
+      p += n;
+      count -= static_cast<size_t>(n);
+    }
+  }
+}
+
+void FileReplacement::Restart() {
+  if (error_ == 0 && (::ftruncate(fd_, 0) != 0 || ::lseek(fd_, 0, SEEK_SET) != 0)) error_ = errno;
+}
+
+void FileReplacement::Commit() {
+  if (error_ == 0 && ::fsync(fd_) != 0) error_ = errno;
+  if (::close(fd_) != 0 && error_ == 0) error_ = errno;
+  fd_ = -1;
+  if (error_ == 0 && ::rename(temporary_.c_str(), target_.c_str()) != 0) error_ = errno;
+  if (error_ != 0) ThrowSystemError(error_, target_);
+  temporary_.clear();
+  // The rename itself reaches the disk with the directory.
+  const std::string directory = DirectoryOf(target_);
+  const Descriptor dir(
+      ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.get() >= 0) ::fsync(dir.get());
 }
 
 }  // namespace vantu::platform

@@ -7,15 +7,19 @@
 #include <vantu/VAutoNamedMutexLock.h>
 #include <vantu/VBaseObject.h>
 #include <vantu/VChecksum.h>
+#include <vantu/VDataContainer.h>
+#include <vantu/VDataContainerArray.h>
 #include <vantu/VDateTime.h>
 #include <vantu/VDateTimeFormatter.h>
 #include <vantu/VDateTimeParser.h>
 #include <vantu/VDirectoryIterator.h>
+#include <vantu/VErrorHandler.h>
 #include <vantu/VEvent.h>
 #include <vantu/VException.h>
 #include <vantu/VFile.h>
 #include <vantu/VFileStream.h>
 #include <vantu/VHFItem.h>
+#include <vantu/VHexBinaryCodec.h>
 #include <vantu/VHotfolder.h>
 #include <vantu/VLog.h>
 #include <vantu/VLogMessage.h>
@@ -29,6 +33,7 @@
 #include <vantu/VPocoTimer.h>
 #include <vantu/VProcess.h>
 #include <vantu/VRandom.h>
+#include <vantu/VSerializer.h>
 #include <vantu/VSharedMemory.h>
 #include <vantu/VString.h>
 #include <vantu/VThread.h>
@@ -38,6 +43,8 @@
 #include <vantu/VUUID.h>
 #include <vantu/VUnzipFile.h>
 #include <vantu/VWorker.h>
+#include <vantu/VXML.h>
+#include <vantu/VXMLFile.h>
 #include <vantu/VZipFile.h>
 #include <vantu/vantu.h>
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
 
 namespace vantu::test {
@@ -136,6 +137,23 @@ class EnvironmentAt {
   bool had_ = false;
   std::string old_;
 };
+
+// Runs `body` in a forked child process; true when it returned true there. The child ends with
+// _exit, so the parent's destructors and exit handlers do not run twice.
+inline bool InChild(const std::function<bool()>& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    bool ok = false;
+    try {
+      ok = body();
+    } catch (...) {
+    }
+    ::_exit(ok ? 0 : 1);
+  }
+  int status = -1;
+  return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+         WEXITSTATUS(status) == 0;
+}
 
 }  // namespace vantu::test
 

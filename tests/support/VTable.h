@@ -25,6 +25,13 @@ inline std::ptrdiff_t EntryOf(int slot, int destructorSlot) {
   return slot > destructorSlot ? slot + 1 : slot;
 }
 
+// A class that appends one virtual operation: its entry is the first after Base's table, so
+// TableEntry(&Extended<Base>::Appended) counts Base's entries.
+template <typename Base>
+struct Extended : Base {
+  virtual void Appended() {}
+};
+
 }  // namespace vantu::test
 
 #endif  // VANTU_TESTS_SUPPORT_VTABLE_H

@@ -1,0 +1,516 @@
+#include <vantu/VXML.h>
+
+#include <pugixml.hpp>
+
+#include <cstring>
+#include <functional>
+#include <istream>
+#include <memory>
+#include <ostream>
+
+#include <vantu/VErrorHandler.h>
+#include <vantu/VException.h>
+#include <vantu/VPath.h>
+
+#include "internal/StringAppender.h"
+#include "platform/Platform.h"
+
+namespace {
+
+// pugixml's parse_default (116): CDATA, escapes, end-of-line and attribute white-space
+// conversion. Document type declarations are skipped, never expanded.
+constexpr unsigned int kParseFlags = pugi::parse_default;
+// Indentation grows with the square of the depth; documents with elements deeper than this are
+// written raw.
+constexpr unsigned int kDeepestIndentedLevel = 256;
+
+pugi::xml_node Node(VDataNode node) {
+  return pugi::xml_node(static_cast<pugi::xml_node_struct*>(node));
+}
+
+VDataNode Handle(const pugi::xml_node& node) { return node.internal_object(); }
+
+// An element with that name (any element when `name` is null).
+bool IsElement(const pugi::xml_node& node, const char* name) {
+  return node.type() == pugi::node_element &&
+         (name == nullptr || std::strcmp(node.name(), name) == 0);
+}
+
+// `node` or the first sibling after it that IsElement(name); empty if none.
+pugi::xml_node NextElement(pugi::xml_node node, const char* name) {
+  while (node && !IsElement(node, name)) node = node.next_sibling();
+  return node;
+}
+
+// `node` or the first sibling after it that is text or CDATA; empty if none.
+pugi::xml_node NextText(pugi::xml_node node) {
+  while (node && node.type() != pugi::node_pcdata && node.type() != pugi::node_cdata) {
+    node = node.next_sibling();
+  }
+  return node;
+}
+
+// An XML name as pugixml reads it back: a letter, "_", ":" or a byte >= 0x80 first, then also
+// digits, "-" and ".".
+bool IsXmlName(const char* name) {
+  if (name == nullptr || *name == '\0') return false;
+  for (const char* p = name; *p != '\0'; ++p) {
+    const auto c = static_cast<unsigned char>(*p);
+    const bool letter = (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
+    const bool other = (c >= '0' && c <= '9') || c == '-' || c == '.';
+    if (!(c >= 0x80 || letter || c == '_' || c == ':' || (p != name && other))) return false;
+  }
+  return true;
+}
+
+// Bytes that can become a value: no embedded NUL.
+bool IsValueText(const char* bytes, size_t length) {
+  return length == 0 || (bytes != nullptr && std::memchr(bytes, 0, length) == nullptr);
+}
+
+bool IsBlank(const char* bytes, size_t length) {
+  if (length == 0) return false;
+  for (size_t i = 0; i < length; ++i) {
+    if (std::strchr(" \t\r\n", bytes[i]) == nullptr) return false;
+  }
+  return true;
+}
+
+// Whether some element lies more than `limit` levels below the document. Walks without
+// recursion.
+bool DeeperThan(const pugi::xml_node& document, unsigned int limit) {
+  pugi::xml_node node = document.first_child();
+  unsigned int depth = 1;
+  while (node) {
+    if (depth > limit && node.type() == pugi::node_element) return true;
+    pugi::xml_node next = node.first_child();
+    if (next) {
+      node = next;
+      ++depth;
+      continue;
+    }
+    while (!(next = node.next_sibling())) {
+      node = node.parent();
+      if (--depth == 0) return false;
+    }
+    node = next;
+  }
+  return false;
+}
+
+void SetAttributeText(pugi::xml_node node, const char* name, const char* value) {
+  pugi::xml_attribute attribute = node.attribute(name);
+  if (!attribute) attribute = node.append_attribute(name);
+  attribute.set_value(value);
+}
+
+// Makes the first node a declaration with version 1.0 and encoding UTF-8.
+void EnsureDeclaration(pugi::xml_document& document) {
+  pugi::xml_node first = document.first_child();
+  if (first.type() != pugi::node_declaration) {
+    first = document.prepend_child(pugi::node_declaration);
+  }
+  SetAttributeText(first, "version", "1.0");
+  SetAttributeText(first, "encoding", "UTF-8");
+}
+
+// Deletes a subtree from its leaves up, so that a deep tree never meets recursion.
+void RemoveSubtree(const pugi::xml_node& top) {
+  pugi::xml_node node = top;
+  for (;;) {
+    if (pugi::xml_node child = node.first_child()) {
+      node = child;
+      continue;
+    }
+    pugi::xml_node parent = node.parent();
+    const bool done = node == top;
+    parent.remove_child(node);
+    if (done) return;
+    node = parent;
+  }
+}
+
+// Splits a "/"-separated path into its non-empty names.
+std::vector<std::string> PathNames(const char* path) {
+  std::vector<std::string> names;
+  for (const char* p = path; *p != '\0';) {
+    const char* end = std::strchr(p, '/');
+    if (end == nullptr) end = p + std::strlen(p);
+    if (end != p) names.emplace_back(p, end);
+    p = *end == '\0' ? end : end + 1;
+  }
+  return names;
+}
+
+// Thrown by an OutputWriter that watches indentation when a line is indented too deep.
+struct TooDeepToIndent {};
+
+// Passes pugixml's output to a sink. When watching, it throws TooDeepToIndent as soon as the
+// output holds a run of kDeepestIndentedLevel tabs: the indentation of an element deeper than
+// that (a text value holding such a run counts too; it is then written raw, which changes no
+// content). Any such run covers a byte at every stride of half its length, so sampling those
+// bytes finds it without reading the others.
+class OutputWriter : public pugi::xml_writer {
+ public:
+  using Sink = std::function<void(const void*, size_t)>;
+  OutputWriter(const Sink& sink, bool watch) : sink_(sink), watch_(watch) {}
+
+  void write(const void* data, size_t size) override {
+    if (watch_) Watch(static_cast<const char*>(data), size);
+    sink_(data, size);
+  }
+
+ private:
+  static constexpr size_t kRun = kDeepestIndentedLevel;
+
+  void Watch(const char* data, size_t size) {
+    size_t lead = 0;  // the run that continues the previous chunk's last one
+    while (lead < size && data[lead] == '\t') ++lead;
+    if (carried_ + lead >= kRun) throw TooDeepToIndent();
+    for (size_t i = lead + kRun / 2; i < size; i += kRun / 2) {
+      if (data[i] != '\t') continue;
+      size_t first = i;
+      size_t last = i;
+      while (first > 0 && data[first - 1] == '\t') --first;
+      while (last + 1 < size && data[last + 1] == '\t') ++last;
+      if (last - first + 1 >= kRun) throw TooDeepToIndent();
+      i = last;
+    }
+    size_t trail = 0;
+    while (trail < size && data[size - 1 - trail] == '\t') ++trail;
+    carried_ = trail == size ? carried_ + size : trail;
+  }
+
+  const Sink& sink_;
+  const bool watch_;
+  size_t carried_ = 0;
+};
+
+// Writes the document's top-level nodes (declarations only with `declaration`) to `sink`,
+// indented when `indent`. A document too deep to indent is written raw: with `rewind`, which
+// discards what was written, once the output turns out too deep; without it, after a walk that
+// measures the depth first.
+void WriteDocument(const pugi::xml_document& document, bool indent, bool declaration,
+                   const OutputWriter::Sink& sink, const std::function<void()>& rewind) {
+  const auto writeAll = [&](unsigned int format, bool watch) {
+    OutputWriter writer(sink, watch);
+    for (pugi::xml_node node = document.first_child(); node; node = node.next_sibling()) {
+      if (declaration || node.type() != pugi::node_declaration) {
+        node.print(writer, "\t", format, pugi::encoding_auto);
+      }
+    }
+  };
+  constexpr unsigned int kRaw = pugi::format_indent | pugi::format_raw;
+  if (!indent || (!rewind && DeeperThan(document, kDeepestIndentedLevel))) {
+    return writeAll(kRaw, false);
+  }
+  try {
+    writeAll(pugi::format_indent, static_cast<bool>(rewind));
+  } catch (const TooDeepToIndent&) {
+    rewind();
+    writeAll(kRaw, false);
+  }
+}
+
+}  // namespace
+
+VXML::VXML() = default;
+
+VXML::VXML(const VXML& other) : VDataContainer(other) {
+  if (other.document_ != nullptr) {
+    auto copy = std::make_unique<pugi::xml_document>();
+    copy->reset(*other.document_);
+    document_ = copy.release();
+  }
+}
+
+VXML::~VXML() { delete document_; }
+
+pugi::xml_document& VXML::Document() {
+  if (document_ == nullptr) document_ = new pugi::xml_document;
+  return *document_;
+}
+
+bool VXML::Load(const std::string& path, bool quiet) {
+  try {
+    if (!VPath(path.c_str(), UTF8).IsFile()) {
+      throw VantuInvalidArgumentException(path + " is not a file");
+    }
+    vantu::platform::FileIdentity identity;
+    if (!vantu::platform::GetFileIdentity(path, identity)) {
+      throw VantuFileNotFoundException("File " + path + " not found");
+    }
+    Clear();
+    const pugi::xml_parse_result result =
+        Document().load_file(path.c_str(), kParseFlags, pugi::encoding_auto);
+    if (!result) {
+      document_->reset();
+      throw VantuXMLParseException(std::string(result.description()) +
+                                   " Offset: " + std::to_string(result.offset));
+    }
+    return true;
+  } catch (const VException& exception) {
+    if (!quiet) VErrorHandler::Report(exception);
+  } catch (...) {
+  }
+  return false;
+}
+
+bool VXML::Load(std::istream& in) {
+  Clear();
+  const pugi::xml_parse_result result = Document().load(in, kParseFlags, pugi::encoding_auto);
+  if (!result) {
+    document_->reset();
+    throw VantuXMLElementException(result.description());
+  }
+  return true;
+}
+
+int VXML::Parse(const std::string& text) {
+  try {
+    pugi::xml_document& document = Document();
+    if (document.load_buffer(text.data(), text.size(), kParseFlags, pugi::encoding_auto)) return 0;
+    document.reset();
+  } catch (...) {
+  }
+  return -1;
+}
+
+bool VXML::Save(const std::string& path) {
+  if (document_ == nullptr) return false;
+  try {
+    EnsureDeclaration(*document_);
+    vantu::platform::FileReplacement file(path);
+    WriteDocument(
+        *document_, true, true, [&file](const void* data, size_t size) { file.Write(data, size); },
+        [&file] { file.Restart(); });
+    file.Commit();
+  } catch (...) {
+    throw VantuPathNotFoundException("Exception saving XML document");
+  }
+  return true;
+}
+
+bool VXML::Save(std::ostream& out, unsigned int flags) {
+  if (document_ == nullptr) return false;
+  if ((flags & 2) != 0) EnsureDeclaration(*document_);
+  // Output into a string (ToString) can be taken back; into another stream it cannot.
+  std::function<void()> rewind;
+  if (auto* appender = dynamic_cast<vantu::internal::StringAppender*>(out.rdbuf())) {
+    rewind = [appender, start = appender->text().size()] { appender->text().resize(start); };
+  }
+  // Without bit 1, a declaration left by an earlier save is not written either.
+  WriteDocument(
+      *document_, (flags & 1) != 0, (flags & 2) != 0,
+      [&out](const void* data, size_t size) {
+        out.write(static_cast<const char*>(data), static_cast<std::streamsize>(size));
+      },
+      rewind);
+  return !out.fail();
+}
+
+VDataNode VXML::GetRoot() const {
+  return document_ == nullptr ? nullptr : Handle(document_->document_element());
+}
+
+VDataNode VXML::AddNode(VDataNode parent, const char* name) {
+  if (!IsXmlName(name)) return nullptr;
+  if (parent == nullptr) {
+    pugi::xml_document& document = Document();
+    return document.document_element() ? nullptr : Handle(document.append_child(name));
+  }
+  return Handle(Node(parent).append_child(name));
+}
+
+VDataNode VXML::GetNode(VDataNode parent, const char* path) const {
+  if (path == nullptr || (parent == nullptr && document_ == nullptr)) return nullptr;
+  const std::vector<std::string> names = PathNames(path);
+  if (names.empty()) return nullptr;
+  // A depth-first search with one position per path level, so that a path of any length and a
+  // tree of any depth cost no recursion.
+  std::vector<pugi::xml_node> at(names.size());
+  const pugi::xml_node start = parent != nullptr ? Node(parent) : *document_;
+  size_t level = 0;
+  at[0] = NextElement(start.first_child(), names[0].c_str());
+  for (;;) {
+    if (!at[level]) {
+      if (level == 0) return nullptr;
+      --level;
+      at[level] = NextElement(at[level].next_sibling(), names[level].c_str());
+    } else if (level + 1 == names.size()) {
+      return Handle(at[level]);
+    } else {
+      ++level;
+      at[level] = NextElement(at[level - 1].first_child(), names[level].c_str());
+    }
+  }
+}
+
+bool VXML::RemoveNode(VDataNode node) {
+  if (node == nullptr) return false;
+  RemoveSubtree(Node(node));
+  return true;
+}
+
+bool VXML::SetValue(VDataNode node, const char* bytes, size_t length) {
+  pugi::xml_node element = Node(node);
+  if (element.type() != pugi::node_element || !IsValueText(bytes, length)) return false;
+  // White space alone survives a load only in a CDATA section.
+  const pugi::xml_node_type wanted = IsBlank(bytes, length) ? pugi::node_cdata : pugi::node_pcdata;
+  pugi::xml_node text = NextText(element.first_child());
+  // An empty value leaves no empty text node behind, unless another text follows that would
+  // then become the value.
+  if (length == 0 && !NextText(text.next_sibling())) return !text || element.remove_child(text);
+  if (text.type() != wanted) {
+    pugi::xml_node fresh =
+        text ? element.insert_child_before(wanted, text) : element.append_child(wanted);
+    if (!fresh) return false;
+    if (text) element.remove_child(text);
+    text = fresh;
+  }
+  return text.set_value(length == 0 ? "" : bytes, length);
+}
+
+bool VXML::GetName(VDataNode node, std::string& name) const {
+  if (node == nullptr) return false;
+  name.assign(Node(node).name());
+  return true;
+}
+
+VDataNode VXML::GetFirstChild(VDataNode parent, const char* name) const {
+  if (parent != nullptr) return Handle(NextElement(Node(parent).first_child(), name));
+  return document_ == nullptr ? nullptr : Handle(NextElement(document_->first_child(), name));
+}
+
+VDataNode VXML::GetNextSibling(VDataNode node, const char* name) const {
+  return node == nullptr ? nullptr : Handle(NextElement(Node(node).next_sibling(), name));
+}
+
+VDataNode VXML::GetParent(VDataNode node) const {
+  const pugi::xml_node parent = Node(node).parent();
+  return parent.type() == pugi::node_element ? Handle(parent) : nullptr;
+}
+
+int VXML::CountNodes(VDataNode parent, const char* name) const {
+  int count = 0;
+  for (VDataNode node = GetFirstChild(parent, name); node != nullptr;
+       node = GetNextSibling(node, name)) {
+    ++count;
+  }
+  return count;
+}
+
+bool VXML::SetAttribute(VDataNode node, const char* name, const char* bytes, size_t length) {
+  pugi::xml_node element = Node(node);
+  if (element.type() != pugi::node_element || !IsXmlName(name) || !IsValueText(bytes, length)) {
+    return false;
+  }
+  pugi::xml_attribute attribute = element.attribute(name);
+  if (!attribute) attribute = element.append_attribute(name);
+  return attribute.set_value(length == 0 ? "" : bytes, length);
+}
+
+bool VXML::GetAttribute(VDataNode node, const char* name, std::string& bytes) const {
+  if (node == nullptr || name == nullptr) return false;
+  const pugi::xml_attribute attribute = Node(node).attribute(name);
+  if (!attribute) return false;
+  bytes.assign(attribute.value());
+  return true;
+}
+
+bool VXML::RemoveAttribute(VDataNode node, const char* name) {
+  return node != nullptr && name != nullptr && Node(node).remove_attribute(name);
+}
+
+int VXML::CountChildren() const {
+  if (document_ == nullptr) return -1;
+  int count = 0;
+  for (pugi::xml_node node = document_->first_child(); node; node = node.next_sibling()) ++count;
+  return count;
+}
+
+bool VXML::Copy(const VDataContainer& other, unsigned int) {
+  const VXML* source = dynamic_cast<const VXML*>(&other);
+  if (source == nullptr) return false;
+  if (source == this) return true;
+  auto copy = std::make_unique<pugi::xml_document>();
+  if (source->document_ != nullptr) copy->reset(*source->document_);
+  delete document_;
+  document_ = copy.release();
+  return true;
+}
+
+bool VXML::IsEmpty() const {
+  if (document_ == nullptr) return true;
+  const pugi::xml_node root = document_->document_element();
+  return !root || (!root.first_child() && !root.first_attribute());
+}
+
+void VXML::Clear() {
+  delete document_;
+  document_ = nullptr;
+}
+
+int VXML::GetAttributeNames(VDataNode node, std::vector<std::string>& names) const {
+  int count = 0;
+  for (pugi::xml_attribute attribute = Node(node).first_attribute(); attribute;
+       attribute = attribute.next_attribute()) {
+    names.emplace_back(attribute.name());
+    ++count;
+  }
+  return count;
+}
+
+VDataNode VXML::CopyNode(VDataNode parent, const VDataContainer& source, VDataNode sourceNode) {
+  const pugi::xml_node original = Node(sourceNode);
+  if (dynamic_cast<const VXML*>(&source) == nullptr || original.type() != pugi::node_element) {
+    return nullptr;
+  }
+  if (parent != nullptr) return Handle(Node(parent).append_copy(original));
+  pugi::xml_document& document = Document();
+  return document.document_element() ? nullptr : Handle(document.append_copy(original));
+}
+
+bool VXML::SetName(VDataNode node, const char* name) {
+  pugi::xml_node element = Node(node);
+  return element.type() == pugi::node_element && IsXmlName(name) && element.set_name(name);
+}
+
+bool VXML::GetValue(VDataNode node, std::string& bytes) const {
+  if (node == nullptr) return false;
+  bytes.assign(Node(node).text().get());
+  return true;
+}
+
+int VXML::SelectNodes(const char* xpath, std::vector<VDataNode>& nodes) const {
+  if (xpath == nullptr) return -1;
+  try {
+    const pugi::xpath_query query(xpath);
+    if (query.return_type() != pugi::xpath_type_node_set) return -1;
+    if (document_ == nullptr) return 0;
+    pugi::xpath_node_set result = query.evaluate_node_set(*document_);
+    result.sort();
+    int count = 0;
+    for (const pugi::xpath_node& found : result) {
+      if (found.node().type() == pugi::node_element) {
+        nodes.push_back(Handle(found.node()));
+        ++count;
+      }
+    }
+    return count;
+  } catch (const pugi::xpath_exception&) {
+    return -1;
+  }
+}
+
+VDataNode VXML::SelectNode(const char* xpath) const {
+  std::vector<VDataNode> nodes;
+  return SelectNodes(xpath, nodes) > 0 ? nodes.front() : nullptr;
+}
+
+VXML& VXML::operator=(const VXML& other) {
+  if (this != &other) Copy(other, 0);
+  return *this;
+}
+
+pugi::xml_document* VXML::GetDocument() const { return document_; }

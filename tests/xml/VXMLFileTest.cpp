@@ -1,0 +1,110 @@
+// Saving documents: the file is replaced whole or not at all, and VXMLFile saves when it goes.
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <vantu/VXMLFile.h>
+
+#include <filesystem>
+
+#include "support/TempDir.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using vantu::test::TempDir;
+
+std::string Read(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+size_t Entries(const TempDir& dir) {
+  return static_cast<size_t>(std::distance(fs::directory_iterator(dir.path()), {}));
+}
+
+// A document of about a megabyte.
+void Fill(VXML& xml) {
+  VDataNode root = xml.AddNode(nullptr, "r");
+  const std::string text(1000, 'x');
+  for (int i = 0; i < 1000; ++i) xml.SetValue(xml.AddNode(root, "v"), text.data(), text.size());
+}
+
+TEST(VXMLFileTest, ASaveThatFailsHalfWayLeavesThePreviousFileAndNoTemporaryFile) {
+  TempDir dir;
+  const std::string path = dir.Write("doc.xml", "<old>kept</old>\n");
+  // Files may not grow beyond 64 KiB in the child: the save throws, then the destructor's
+  // save fails quietly.
+  EXPECT_TRUE(vantu::test::InChild([&] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{64 * 1024, 64 * 1024};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    VXMLFile file(VPath(path.c_str(), UTF8));
+    file.GetContainer()->Clear();
+    Fill(*file.GetContainer());
+    try {
+      file.GetContainer()->Save(path);
+    } catch (const VantuPathNotFoundException& e) {
+      return e.Message() == "Exception saving XML document";
+    }
+    return false;
+  }));
+  EXPECT_EQ(Read(path), "<old>kept</old>\n");
+  EXPECT_EQ(Entries(dir), 1u);
+}
+
+TEST(VXMLFileTest, NonRootSaveIntoAReadOnlyFolderOrFileKeepsThePreviousFile) {
+  if (vantu::test::RunningAsRoot()) GTEST_SKIP() << "root ignores permissions";
+  TempDir dir;
+  const std::string path = dir.Write("doc.xml", "<old/>");
+  VXML xml;
+  Fill(xml);
+  ::chmod(path.c_str(), 0444);
+  EXPECT_THROW(xml.Save(path), VantuPathNotFoundException);
+  ::chmod(path.c_str(), 0644);
+  ::chmod(dir.path().c_str(), 0555);
+  EXPECT_THROW(xml.Save(path), VantuPathNotFoundException);
+  ::chmod(dir.path().c_str(), 0755);
+  EXPECT_EQ(Read(path), "<old/>");
+  EXPECT_EQ(Entries(dir), 1u);
+}
+
+TEST(VXMLFileTest, SavingKeepsPermissionsAndWritesThroughLinks) {
+  TempDir dir;
+  const std::string real = dir.Write("real.xml", "<old/>");
+  ::chmod(real.c_str(), 0640);
+  fs::create_symlink("real.xml", dir / "link.xml");
+  VXML xml;
+  xml.AddNode(nullptr, "new");
+  EXPECT_TRUE(xml.Save(dir / "link.xml"));
+  EXPECT_TRUE(fs::is_symlink(dir / "link.xml"));
+  EXPECT_EQ(Read(real), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<new />\n");
+  EXPECT_EQ(fs::status(real).permissions(), fs::perms(0640));
+  EXPECT_EQ(Entries(dir), 2u);
+  EXPECT_THROW(xml.Save(dir.path()), VantuPathNotFoundException);
+  EXPECT_FALSE(VXML().Save(real));
+}
+
+TEST(VXMLFileTest, CopiesShareOneContainerAndEachSavesWhenItGoes) {
+  TempDir dir;
+  const std::string path = dir / "missing/dir/doc.xml";
+  {
+    VXMLFile file(VPath(path.c_str(), UTF8));
+    VXMLFile copy(file);
+    VXMLFile assigned;
+    assigned = copy;
+    EXPECT_EQ(assigned.GetContainer(), file.GetContainer());
+    copy.GetContainer()->AddNode(nullptr, "r");
+  }
+  EXPECT_EQ(Read(path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r />\n");
+}
+
+TEST(VXMLFileTest, AFileThatDoesNotLoadIsNotOverwritten) {
+  TempDir dir;
+  const std::string path = dir.Write("doc.xml", "<a><b>");
+  { VXMLFile file(VPath(path.c_str(), UTF8)); }
+  EXPECT_EQ(Read(path), "<a><b>");
+}
+
+}  // namespace

@@ -1,0 +1,246 @@
+// The XML document: document-level operations, element operations, values and hostile input.
+#include <gtest/gtest.h>
+
+#include <vantu/VErrorHandler.h>
+#include <vantu/VXML.h>
+
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <sstream>
+
+#include "support/Bytes.h"
+#include "support/TempDir.h"
+
+namespace {
+
+// Records what reaches the error handler while it is installed.
+struct RecordingHandler : VErrorHandler {
+  RecordingHandler() { previous = Set(this); }
+  ~RecordingHandler() override { Set(previous); }
+  void Exception(const VException& e) override { texts.push_back(e.Message()); }
+  VErrorHandler* previous;
+  std::vector<std::string> texts;
+};
+
+std::string Value(const VXML& xml, VDataNode node) {
+  std::string bytes;
+  EXPECT_TRUE(xml.GetValue(node, bytes));
+  return bytes;
+}
+
+TEST(VXMLTest, EmptinessAndTheFourOutputFormats) {
+  VXML xml;
+  EXPECT_TRUE(xml.IsEmpty());
+  EXPECT_EQ(xml.CountChildren(), -1);
+  EXPECT_EQ(xml.ToString(0), "");
+  for (auto [text, empty] :
+       {std::pair{"<r/>", true}, {"<r a='1'/>", false}, {"<r><c/></r>", false}}) {
+    ASSERT_EQ(xml.Parse(text), 0);
+    EXPECT_EQ(xml.IsEmpty(), empty) << text;
+  }
+  ASSERT_EQ(xml.Parse("<r><c>x</c><d/></r>"), 0);
+  const std::string declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+  EXPECT_EQ(xml.ToString(1), "<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
+  EXPECT_EQ(xml.ToString(2), declaration + "<r><c>x</c><d/></r>");
+  EXPECT_EQ(xml.ToString(3), declaration + "\n<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
+  // The declaration node stays in the document, once, and is left out without bit 1.
+  EXPECT_EQ(xml.ToString(3), declaration + "\n<r>\n\t<c>x</c>\n\t<d />\n</r>\n");
+  EXPECT_EQ(xml.CountChildren(), 2);
+  EXPECT_EQ(xml.ToString(0), "<r><c>x</c><d/></r>");
+  xml.Clear();
+  EXPECT_TRUE(xml.IsEmpty());
+}
+
+TEST(VXMLTest, LoadReportsTheLibrarysTextsUnlessQuiet) {
+  vantu::test::TempDir dir;
+  const std::string broken = dir.Write("broken.xml", "<a><b/>");
+  RecordingHandler handler;
+  VXML xml;
+  EXPECT_FALSE(xml.Load(dir.path() + "/", false));
+  EXPECT_FALSE(xml.Load(dir / "missing.xml", false));
+  EXPECT_FALSE(xml.Load(broken, false));
+  EXPECT_FALSE(xml.Load(broken, true));
+  EXPECT_EQ(handler.texts, (std::vector<std::string>{dir.path() + "/ is not a file",
+                                                     "File " + (dir / "missing.xml") + " not found",
+                                                     "Start-end tags mismatch Offset: 6"}));
+  EXPECT_TRUE(xml.IsEmpty());
+  std::istringstream in("<a>");
+  EXPECT_THROW(xml.Load(in), VantuXMLElementException);
+  EXPECT_FALSE(xml.FromString("<a></b>"));
+  EXPECT_EQ(xml.Parse("<a"), -1);
+}
+
+TEST(VXMLTest, ElementOperationsWalkAndEditTheTree) {
+  VXML xml;
+  VDataNode root = xml.AddNode(nullptr, "r");
+  EXPECT_EQ(xml.AddNode(nullptr, "second"), nullptr);
+  for (const char* bad : {"", "1a", "a b", "a<", "-x"}) EXPECT_EQ(xml.AddNode(root, bad), nullptr);
+  VDataNode a1 = xml.AddNode(root, "a");
+  VDataNode a2 = xml.AddNode(root, "a");
+  VDataNode b = xml.AddNode(a2, "b");
+  // The path search goes on past the first "a", which has no "b".
+  EXPECT_EQ(xml.GetNode(nullptr, "/r//a/b/"), b);
+  EXPECT_EQ(xml.GetNextSibling(xml.GetFirstChild(root, "a"), "a"), a2);
+  EXPECT_EQ(xml.CountNodes(root, nullptr), 2);
+  EXPECT_EQ(xml.GetParent(b), a2);
+  EXPECT_EQ(xml.GetParent(root), nullptr);
+
+  EXPECT_TRUE(xml.SetAttribute(a1, "k", "v\"<&\t\n", 6));
+  EXPECT_TRUE(xml.SetAttribute(a1, "j", "", 0));
+  EXPECT_FALSE(xml.SetAttribute(a1, "k", "a\0b", 3));
+  EXPECT_FALSE(xml.SetValue(a1, "a\0b", 3));
+  EXPECT_FALSE(xml.SetName(a1, "no name"));
+  EXPECT_TRUE(xml.SetName(a1, "x"));
+  EXPECT_TRUE(xml.RemoveAttribute(a1, "j"));
+  std::vector<std::string> names;
+  EXPECT_EQ(xml.GetAttributeNames(a1, names), 1);
+  // VString values go in and out in the container's encoding.
+  EXPECT_TRUE(xml.SetValue(b, VString("caf\xC3\xA9", UTF8)));
+  xml.SetEncoding(Latin1);
+  VString value;
+  EXPECT_TRUE(xml.GetValue(b, value));
+  EXPECT_EQ(value.GetString(), "caf\xC3\xA9");
+  EXPECT_TRUE(xml.SetValue(b, VString("\xE9", Latin1)));
+
+  // Copies into the own subtree, and to another document's level; removal takes the subtree.
+  EXPECT_NE(xml.CopyNode(b, xml, a2), nullptr);
+  EXPECT_EQ(xml.ToString(0),
+            "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/><a><b>\xE9<a><b>\xE9</b></a></b></a></r>");
+  VXML other;
+  VDataNode copied = other.CopyNode(nullptr, xml, a2);
+  EXPECT_EQ(copied, other.GetRoot());
+  EXPECT_EQ(other.CopyNode(nullptr, xml, a2), nullptr);
+  EXPECT_TRUE(xml.RemoveNode(a2));
+  EXPECT_EQ(xml.ToString(0), "<r><x k=\"v&quot;&lt;&amp;&#09;&#10;\"/></r>");
+  EXPECT_EQ(other.ToString(0), "<a><b>\xE9<a><b>\xE9</b></a></b></a>");
+}
+
+// Any byte string without NUL, as a text value and as an attribute, survives writing in every
+// format and parsing again; text follows XML's line-end rules.
+TEST(VXMLTest, ValuesSurviveEveryFormat) {
+  std::mt19937 random(7);
+  const std::string alphabet = std::string(" \t\r\n<>&\"']]>ab\x01\x1F\xC3\xA9\xFF\xE2\x82", 21);
+  for (int round = 0; round < 300; ++round) {
+    std::string bytes;
+    for (int n = random() % 12; n > 0; --n) bytes += alphabet[random() % alphabet.size()];
+    if (round % 5 == 0) bytes = std::string(1 + round % 4, " \t\n\r"[round % 4]);
+    std::string text;  // CR LF and CR read back as LF
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      if (bytes[i] != '\r')
+        text += bytes[i];
+      else if (i + 1 == bytes.size() || bytes[i + 1] != '\n')
+        text += '\n';
+    }
+    VXML xml;
+    VDataNode node = xml.AddNode(xml.AddNode(nullptr, "r"), "v");
+    ASSERT_TRUE(xml.SetValue(node, bytes.data(), bytes.size()));
+    ASSERT_TRUE(xml.SetAttribute(node, "a", bytes.data(), bytes.size()));
+    for (unsigned int flags = 0; flags < 4; ++flags) {
+      VXML back;
+      ASSERT_EQ(back.Parse(xml.ToString(flags)), 0) << vantu::test::Hex(bytes);
+      VDataNode v = back.GetNode(nullptr, "r/v");
+      std::string attribute;
+      EXPECT_EQ(Value(back, v), text) << vantu::test::Hex(bytes) << " flags " << flags;
+      EXPECT_TRUE(back.GetAttribute(v, "a", attribute));
+      EXPECT_EQ(attribute, bytes) << vantu::test::Hex(bytes);
+    }
+  }
+}
+
+TEST(VXMLTest, TypedValuesUseTheDefaultWhenTheTextIsNoNumber) {
+  VXML xml;
+  VDataNode n = xml.AddNode(nullptr, "n");
+  const auto with = [&](const char* text) { return xml.SetValue(n, text, std::strlen(text)), n; };
+  EXPECT_EQ(xml.GetInt(with(" +42\n"), -1), 42);
+  EXPECT_EQ(xml.GetInt(with("2147483648"), -1), -1);
+  EXPECT_EQ(xml.GetInt64(n, -1), 2147483648LL);
+  for (const char* bad : {"4x", "+-4", "", "1e3"}) EXPECT_EQ(xml.GetInt(with(bad), -1), -1) << bad;
+  EXPECT_EQ(xml.GetDouble(n, 0), 1000.0);
+  EXPECT_TRUE(xml.GetBool(with("1"), false));
+  EXPECT_FALSE(xml.GetBool(with("false"), true));
+  EXPECT_TRUE(xml.GetBool(with("no"), true));
+  EXPECT_EQ(xml.GetInt(nullptr, -1), -1);
+  for (double d : {0.1, -1e300, 5e-324, 1.0 / 3}) {
+    ASSERT_TRUE(xml.SetDouble(n, d));
+    EXPECT_EQ(xml.GetDouble(n, 0), d);
+  }
+  ASSERT_TRUE(xml.SetInt64(n, INT64_MIN));
+  EXPECT_EQ(xml.GetInt64(n, 0), INT64_MIN);
+}
+
+TEST(VXMLTest, XPathGivesElementsInDocumentOrder) {
+  VXML xml;
+  std::vector<VDataNode> nodes;
+  EXPECT_EQ(xml.SelectNodes("//c", nodes), 0);
+  ASSERT_EQ(xml.Parse("<r><c a='1'/><d><c/></d></r>"), 0);
+  EXPECT_EQ(xml.SelectNodes("//c", nodes), 2);
+  EXPECT_EQ(xml.SelectNodes("//@a", nodes), 0);
+  EXPECT_EQ(xml.SelectNodes("//c[", nodes), -1);
+  EXPECT_EQ(xml.SelectNodes("1+1", nodes), -1);
+  ASSERT_EQ(nodes.size(), 2u);
+  EXPECT_EQ(xml.SelectNode("//d/c | //c[@a]"), nodes[0]);
+  EXPECT_EQ(xml.SelectNode("//e"), nullptr);
+}
+
+TEST(VXMLTest, EntitiesAreNeverExpandedAndEncodingsAreRecognised) {
+  vantu::test::TempDir dir;
+  const std::string secret = dir.Write("secret.txt", "SECRET");
+  std::string laughs = "<!DOCTYPE r [<!ENTITY l0 \"ha\">";
+  for (int i = 1; i < 10; ++i) {
+    laughs += "<!ENTITY l" + std::to_string(i) + " \"";
+    for (int j = 0; j < 10; ++j) laughs += "&l" + std::to_string(i - 1) + ";";
+    laughs += "\">";
+  }
+  for (const std::string& text :
+       {laughs + "]><r>&l9;</r>", "<!DOCTYPE r [<!ENTITY s SYSTEM \"" + secret + "\">]><r>&s;</r>",
+        "<!DOCTYPE r SYSTEM \"" + secret + "\"><r>&s;</r>"}) {
+    VXML xml;
+    EXPECT_EQ(xml.Parse(text), 0);
+    EXPECT_EQ(xml.ToString(0).substr(0, 3), "<r>");
+    EXPECT_LT(xml.ToString(0).size(), 20u) << xml.ToString(0);
+  }
+  // UTF-16 little-endian with its mark, invalid UTF-8 kept as bytes, odd UTF-16.
+  VXML xml;
+  ASSERT_EQ(xml.Parse(std::string("\xFF\xFE<\0r\0>\0\xE9\0<\0/\0r\0>\0", 18)), 0);
+  EXPECT_EQ(Value(xml, xml.GetRoot()), "\xC3\xA9");
+  ASSERT_EQ(xml.Parse("<r>\xFF\xC3</r>"), 0);
+  EXPECT_EQ(Value(xml, xml.GetRoot()), "\xFF\xC3");
+  EXPECT_NE(xml.Parse(std::string("\xFF\xFE<\0r", 5)), 0);
+}
+
+// A million levels and a million siblings: every operation is iterative and linear, so these
+// finish in about a second instead of overflowing the stack or running for hours.
+TEST(VXMLTest, DeepAndWideDocumentsNeedNoRecursion) {
+  const size_t n = 1000000;
+  vantu::test::TempDir dir;
+  std::string deep, wide = "<r>";
+  for (size_t i = 0; i < n; ++i) deep += "<a>";
+  for (size_t i = 0; i < n; ++i) deep += "</a>";
+  for (size_t i = 0; i < n; ++i) wide += "<a/>";
+  wide += "</r>";
+  for (const std::string* text : {&deep, &wide}) {
+    auto xml = std::make_unique<VXML>();
+    ASSERT_EQ(xml->Parse(*text), 0);
+    EXPECT_FALSE(xml->IsEmpty());
+    VXML copy(*xml);
+    copy = *xml;
+    // Raw: "<a/>" at the bottom; indented: raw when deep, one "\t<a />\n" per line when wide.
+    EXPECT_EQ(copy.ToString(0).size(), text == &deep ? 7 * n - 3 : 4 * n + 7);
+    EXPECT_EQ(copy.ToString(1).size(), text == &deep ? 7 * n - 3 : 7 * n + 9);
+    // The same into a stream that cannot be rewound, and into a file.
+    std::ostringstream stream;
+    ASSERT_TRUE(copy.Save(stream, 1));
+    EXPECT_EQ(stream.str().size(), text == &deep ? 7 * n - 3 : 7 * n + 9);
+    ASSERT_TRUE(copy.Save(dir / "big.xml"));
+    EXPECT_EQ(std::filesystem::file_size(dir / "big.xml"), copy.ToString(3).size());
+    VXML other;
+    EXPECT_NE(other.CopyNode(nullptr, *xml, xml->GetRoot()), nullptr);
+    EXPECT_TRUE(other.RemoveNode(other.GetRoot()));
+    EXPECT_EQ(other.ToString(0), "");
+    copy.Clear();
+    xml.reset();
+  }
+}
+
+}  // namespace
