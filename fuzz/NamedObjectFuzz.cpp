@@ -10,15 +10,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "FuzzCheck.h"
 #include "platform/NamedObjects.h"
-
-#define CHECK(condition)                                      \
-  do {                                                        \
-    if (!(condition)) {                                       \
-      std::fprintf(stderr, "check failed: %s\n", #condition); \
-      std::abort();                                           \
-    }                                                         \
-  } while (false)
 
 namespace {
 

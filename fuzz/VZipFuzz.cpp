@@ -13,14 +13,7 @@
 
 #include <vantu/VException.h>
 #include <vantu/VUnzipFile.h>
-
-#define CHECK(condition)                                      \
-  do {                                                        \
-    if (!(condition)) {                                       \
-      std::fprintf(stderr, "check failed: %s\n", #condition); \
-      std::abort();                                           \
-    }                                                         \
-  } while (false)
+#include "FuzzCheck.h"
 
 namespace {
 

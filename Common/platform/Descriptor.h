@@ -1,10 +1,11 @@
-// A file descriptor that closes when it leaves scope, unless released.
+// A file descriptor that closes when it leaves scope, unless released. Class code may hold one:
+// it includes no system header.
 #ifndef VANTU_PLATFORM_DESCRIPTOR_H
 #define VANTU_PLATFORM_DESCRIPTOR_H
 
-#include <unistd.h>
-
 #include <utility>
+
+#include "platform/Platform.h"
 
 namespace vantu::platform {
 
@@ -12,7 +13,7 @@ class Descriptor {
  public:
   explicit Descriptor(int fd) : fd_(fd) {}
   ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
+    if (fd_ >= 0) CloseFileQuietly(fd_);
   }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;

@@ -1,6 +1,7 @@
 #include "platform/NamedObjects.h"
 
 #include "platform/Descriptor.h"
+#include "platform/Platform.h"
 
 #include <fcntl.h>
 #include <linux/futex.h>
@@ -70,11 +71,6 @@ struct EventBlock {
 
 static_assert(std::atomic<uint32_t>::is_always_lock_free, "futex words must be plain words");
 static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex words are 32 bits");
-
-std::size_t PageSize() {
-  static const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-  return page;
-}
 
 std::system_error Error(int code, const std::string& what) {
   return std::system_error(code, std::generic_category(), what);

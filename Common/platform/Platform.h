@@ -192,8 +192,10 @@ bool MakeDirectory(const std::string& path, unsigned mode);
 void MakeSymbolicLink(const std::string& target, const std::string& path);
 // Sets a path's modification time without following a final symbolic link.
 void SetPathTime(const std::string& path, long long modifiedSeconds);
-// The path with every link resolved (realpath).
+// The path with every link resolved (realpath): throws std::system_error when it cannot be, or
+// reports false.
 std::string RealPath(const std::string& path);
+bool RealPath(const std::string& path, std::string& resolved);
 
 // ---------------------------------------------------------------------------------------------
 // Randomness and processes

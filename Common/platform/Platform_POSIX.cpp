@@ -1,5 +1,7 @@
 #include "platform/Platform.h"
 
+#include "platform/Descriptor.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <iconv.h>
@@ -32,6 +34,12 @@
 
 namespace vantu::platform {
 namespace {
+
+[[noreturn]] void ThrowSystemError(int error, const std::string& what) {
+  throw std::system_error(error, std::generic_category(), what);
+}
+
+[[noreturn]] void ThrowErrno(const std::string& what) { ThrowSystemError(errno, what); }
 
 // The codeset of the calling thread's locale; the C/POSIX locale's ASCII counts as UTF-8,
 // which is what Linux file names and terminals carry.
@@ -174,27 +182,6 @@ void Utf16ToCodePage(const std::string& in, std::string& out) {
 
 namespace vantu::platform {
 namespace {
-
-// Closes a descriptor when it leaves scope.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-  // Hands the descriptor over: it is no longer closed here.
-  int release() {
-    const int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_;
-};
 
 using Identity = std::pair<unsigned long long, unsigned long long>;
 
@@ -359,12 +346,7 @@ bool IsSymbolicLinkToExisting(const std::string& path) {
 }
 
 bool ResolveSymbolicLink(const std::string& path, std::string& target) {
-  if (!IsSymbolicLinkToExisting(path)) return false;
-  char* resolved = ::realpath(path.c_str(), nullptr);
-  if (resolved == nullptr) return false;
-  target = resolved;
-  std::free(resolved);
-  return true;
+  return IsSymbolicLinkToExisting(path) && RealPath(path, target);
 }
 
 namespace {
@@ -638,13 +620,6 @@ void ChangeNotifier::Interrupt() {
 // Files by descriptor
 
 namespace vantu::platform {
-namespace {
-
-[[noreturn]] void ThrowErrno(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
-}  // namespace
 
 bool GetFileStatus(const std::string& path, bool follow, FileStatus& status) {
   struct stat info;
@@ -747,12 +722,18 @@ void SetPathTime(const std::string& path, long long modifiedSeconds) {
   if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) ThrowErrno(path);
 }
 
+bool RealPath(const std::string& path, std::string& resolved) {
+  char* real = ::realpath(path.c_str(), nullptr);
+  if (real == nullptr) return false;
+  resolved = real;
+  std::free(real);
+  return true;
+}
+
 std::string RealPath(const std::string& path) {
-  char* resolved = ::realpath(path.c_str(), nullptr);
-  if (resolved == nullptr) ThrowErrno(path);
-  std::string result(resolved);
-  std::free(resolved);
-  return result;
+  std::string resolved;
+  if (!RealPath(path, resolved)) ThrowErrno(path);
+  return resolved;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -786,10 +767,6 @@ unsigned long ForkGeneration() {
 }
 
 namespace {
-
-[[noreturn]] void ThrowSystemError(int error, const std::string& what) {
-  throw std::system_error(error, std::generic_category(), what);
-}
 
 // The directory part of a path, with its trailing "/"; empty for a bare name.
 std::string DirectoryOf(const std::string& path) {

@@ -20,6 +20,7 @@
 #include "internal/ZipCodec.h"
 #include "internal/ZipErrors.h"
 #include "internal/ZipFormat.h"
+#include "platform/Descriptor.h"
 #include "platform/Platform.h"
 
 namespace platform = vantu::platform;
@@ -57,22 +58,16 @@ struct Packed {
   uint64_t size = 0;
 };
 
-// Closes a descriptor when it leaves scope.
-struct FdCloser {
-  int fd;
-  ~FdCloser() { platform::CloseFileQuietly(fd); }
-};
-
 // The whole file, read in one piece when it has the size it had when listed.
 std::string ReadWholeFile(const std::string& path, uint64_t expectedSize) {
   try {
-    const FdCloser file{platform::OpenForReadingFd(path)};
+    const platform::Descriptor file(platform::OpenForReadingFd(path));
     std::string data;
     size_t piece = static_cast<size_t>(expectedSize) + 1;
     for (;;) {
       const size_t start = data.size();
       data.resize(start + piece);
-      const size_t n = platform::ReadAt(file.fd, &data[start], piece, start);
+      const size_t n = platform::ReadAt(file.get(), &data[start], piece, start);
       data.resize(start + n);
       if (n < piece) return data;
       piece = kPiece;
@@ -128,7 +123,7 @@ class VZipFile::Impl {
     const bool exists = append && platform::GetFileStatus(final_, true, status);
     const int fd = CreateTemporaryFile();
     try {
-      const FdCloser closer{fd};
+      const platform::Descriptor closer(fd);
       if (exists) {
         const ArchiveFile existing(final_);
         for (ZipRecord& record : ReadCentralDirectory(existing)) names_.insert(record.name);
@@ -396,7 +391,7 @@ class VZipFile::Impl {
     } catch (const std::system_error& error) {
       ThrowFileError(error, "Cannot read \"" + item.source + "\"");
     }
-    const FdCloser closer{fd};
+    const platform::Descriptor closer(fd);
     const bool zip64 = item.size >= kZip64Threshold;
     BeginEntry(item, method_, zip64);
     auto encoder = ZipEncoder::Create(method_, level_);
