@@ -13,13 +13,8 @@
 namespace {
 
 using vantu::test::EntryOf;
+using vantu::test::Extended;
 using vantu::test::TableEntry;
-
-// A class appending one virtual operation puts it right after its base's last entry.
-template <typename Base>
-struct Extended : Base {
-  virtual void Appended() {}
-};
 
 TEST(ClassLayoutTest, PathFileLogAndMessageAddNoVirtualOperation) {
   EXPECT_EQ(TableEntry(&Extended<VPath>::Appended), 117);  // VString's 116 slots, 117 entries
