@@ -73,7 +73,7 @@ VPath DefaultFolder() {
 VString ExecutableBaseName() {
   const std::string path = vantu::platform::ExecutablePath();
   if (path.empty()) return VString("vantu");
-  return VPath(path).GetBaseName();
+  return VPath::FromFileSystem(path).GetBaseName();
 }
 
 }  // namespace

@@ -233,7 +233,7 @@ pugi::xml_document& VXML::Document() {
 
 bool VXML::Load(const std::string& path, bool quiet) {
   try {
-    if (!VPath(path.c_str(), UTF8).IsFile()) {
+    if (!VPath::FromFileSystem(path).IsFile()) {
       throw VantuInvalidArgumentException(path + " is not a file");
     }
     vantu::platform::FileIdentity identity;
