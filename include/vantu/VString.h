@@ -204,8 +204,11 @@ class VANTU_API VString : public VBaseObject {
   virtual int CompareNoCaseN(const VString& other, size_t count) const;
 
   // Slots 71-89: replace the text by a formatted number; the encoding stays as it is.
-  // Slot 71: POCO's default rendering of a double ("1.5", "1e+20"); 72: fixed with `precision`
-  // decimals. Slots 73-74 the same for float.
+  // Slot 71: POCO's default rendering of a double ("1.5", "1e+20"); 72: fixed text with
+  // `precision` decimals (a precision below 0 counts as 0) for every finite value, rounded half
+  // away from zero ("2.50" for 2.5 with 2, "3" with 0; "-0.00" for -0.001); "inf", "-inf" and
+  // "nan" for the others. A precision past a double's 1074 decimals pads with zeros; text too
+  // long for memory throws std::bad_alloc. Slots 73-74 the same for float.
   virtual void SetDouble(double value);
   virtual void SetDouble(double value, int precision);
   virtual void SetFloat(float value);
