@@ -1,11 +1,14 @@
-// Drives VString with arbitrary bytes and encodings: construction from every kind of input,
-// ConvertTo, Normalize, the comparisons and the editing operations. Besides crashes and
+// Drives VString with arbitrary bytes and encodings: construction from every kind of input
+// (padded for the bare pointer forms, unpadded for the forms that know the length), ConvertTo,
+// Normalize, the comparisons and the editing operations. Besides crashes and
 // sanitizer reports it checks that the fast conversion and normalisation paths give exactly
 // the bytes of the dependencies they stand in for.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <string>
 
 #include <vantu/VString.h>
@@ -26,8 +29,6 @@ StringEncoding EncodingFrom(uint8_t byte) { return static_cast<StringEncoding>(b
       std::abort();                                           \
     }                                                         \
   } while (false)
-
-namespace {}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 3) return 0;
@@ -56,18 +57,40 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CHECK(fastOk == referenceOk && fast == reference);
   }
 
-  // Construction from every kind of input.
+  // Construction from every kind of input. The bare pointer forms read up to a NUL byte or a
+  // 0x0000 unit, so they get text padded with both at either alignment; the forms that know the
+  // length get the input unpadded (the fuzzer's own buffer, exactly sized copies), so that a read
+  // past the end is a sanitizer report.
+  const char* const unpadded = reinterpret_cast<const char*>(data + 3);
   VString a(left, first);
   VString b(right, second);
   std::string terminated = bytes;
-  terminated.append(4, '\0');  // a NUL byte and a 0x0000 unit at either alignment
+  terminated.append(4, '\0');
   VString fromPointer(terminated.c_str(), first);
   VString fromMarked(terminated.c_str());
-  std::string pascal(1, static_cast<char>(bytes.size() > 255 ? 255 : bytes.size()));
-  pascal.append(bytes, 0, 255);
-  VString fromPascal(reinterpret_cast<const unsigned char*>(pascal.data()), second);
+  const size_t pascalSize = bytes.size() > 255 ? 255 : bytes.size();
+  std::unique_ptr<unsigned char[]> pascal(new unsigned char[pascalSize + 1]);
+  pascal[0] = static_cast<unsigned char>(pascalSize);
+  std::memcpy(pascal.get() + 1, unpadded, pascalSize);
+  VString fromPascal(pascal.get(), second);
   VString raw;
-  raw.SetRaw(bytes.data(), bytes.size(), first);
+  raw.SetRaw(unpadded, bytes.size(), first);
+  VString counted(second);
+  counted.Set(unpadded, bytes.size());
+  VString assigned(first);
+  assigned.Assign(bytes);
+  assigned.Set(pascal.get());
+  // The forms that know the length agree with the std::string constructor.
+  const VString fromString(bytes);
+  const VString fromPrefix(bytes.substr(0, pascalSize), second);
+  CHECK(counted.GetString() == fromString.GetString());
+  CHECK(counted.GetEncoding() == fromString.GetEncoding());
+  CHECK(fromPascal.GetString() == fromPrefix.GetString());
+  CHECK(fromPascal.GetEncoding() == fromPrefix.GetEncoding());
+  (void)counted.Compare(bytes, first);
+  (void)counted.CompareNoCaseN(bytes, selector);
+  (void)fromPascal.IsEqual(pascal.get());
+  counted.Append(bytes).Append(pascal.get());
 
   // Conversions, normalisation and the operations that combine two strings.
   VString converted(a);

@@ -5,7 +5,10 @@
 #include <Poco/NumberFormatter.h>
 #include <Poco/NumberParser.h>
 
+#include <algorithm>
 #include <cctype>
+#include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -91,6 +94,48 @@ size_t ParseList(const std::string& text, T* values, size_t capacity) {
   return stored;
 }
 
+// POCO writes fixed text for magnitudes below 1e60 with at most 60 decimals; it gives empty
+// text beyond that and aborts on a negative precision.
+constexpr int kPocoMaxDecimals = 60;
+constexpr double kPocoFirstTooLarge = 1e60;
+// A double's exact decimal expansion has at most 1074 decimals.
+constexpr int kExactDecimals = 1074;
+
+// Fixed text with `precision` decimals (below 0 counts as 0): POCO's bytes where POCO writes
+// them; beyond, the exact value rounded as POCO rounds, half away from zero, with POCO's sign
+// rule ("-0.00" for a small negative value, no sign for a negative zero).
+template <typename T>
+std::string FixedText(T value, int precision) {
+  precision = std::max(precision, 0);
+  const double magnitude = std::fabs(static_cast<double>(value));
+  if (!std::isfinite(magnitude) ||
+      (precision <= kPocoMaxDecimals && magnitude < kPocoFirstTooLarge)) {
+    return NumberFormatter::format(value, precision);
+  }
+  char exact[310 + 1 + kExactDecimals];  // 309 digits before the point at most
+  const char* end = std::to_chars(exact, exact + sizeof(exact), magnitude, std::chars_format::fixed,
+                                  kExactDecimals)
+                        .ptr;
+  const auto point =
+      static_cast<size_t>(std::find(static_cast<const char*>(exact), end, '.') - exact);
+  const size_t kept = static_cast<size_t>(std::min(precision, kExactDecimals));
+  std::string digits(exact, point);
+  digits.append(exact + point + 1, kept);
+  digits.append(static_cast<size_t>(precision) - kept, '0');
+  if (kept < static_cast<size_t>(kExactDecimals) && exact[point + 1 + kept] >= '5') {
+    size_t i = digits.size();
+    while (i > 0 && digits[i - 1] == '9') digits[--i] = '0';
+    if (i == 0) {
+      digits.insert(0, 1, '1');
+    } else {
+      ++digits[i - 1];
+    }
+  }
+  if (precision > 0) digits.insert(digits.size() - static_cast<size_t>(precision), 1, '.');
+  if (value < 0) digits.insert(0, 1, '-');
+  return digits;
+}
+
 std::string EncodeBase64Bytes(const char* data, size_t count) {
   std::ostringstream out;
   Poco::Base64Encoder encoder(out);
@@ -127,15 +172,11 @@ void VString::ReplaceText(std::string text) noexcept {
 
 void VString::SetDouble(double value) { ReplaceText(NumberFormatter::format(value)); }
 
-void VString::SetDouble(double value, int precision) {
-  ReplaceText(NumberFormatter::format(value, precision));
-}
+void VString::SetDouble(double value, int precision) { ReplaceText(FixedText(value, precision)); }
 
 void VString::SetFloat(float value) { ReplaceText(NumberFormatter::format(value)); }
 
-void VString::SetFloat(float value, int precision) {
-  ReplaceText(NumberFormatter::format(value, precision));
-}
+void VString::SetFloat(float value, int precision) { ReplaceText(FixedText(value, precision)); }
 
 void VString::SetInt(int value) { ReplaceText(NumberFormatter::format(value)); }
 

@@ -59,4 +59,5 @@ bool VDateTime::IsLeapYear(int year) {
 
 long long VDateTime::UtcTime() const { return VTimestamp(time_).UtcTime(); }
 
-VTimestamp VDateTime::Timestamp() const { return VTimestamp::FromUtcTime(UtcTime()); }
+// The stored time itself: going through UtcTime() would wrap beyond about the year 30,800.
+VTimestamp VDateTime::Timestamp() const { return VTimestamp(time_); }

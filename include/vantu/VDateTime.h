@@ -41,6 +41,7 @@ class VANTU_API VDateTime : public VBaseObject {
   static bool IsLeapYear(int year);
   // 100-nanosecond units since 1582-10-15 00:00:00 UTC.
   long long UtcTime() const;
+  // The instant as a VTimestamp: the stored epoch microseconds, over the whole range.
   VTimestamp Timestamp() const;
 
   bool operator==(const VDateTime& other) const { return time_ == other.time_; }

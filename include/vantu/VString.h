@@ -6,6 +6,14 @@
 // mark: EF BB BF means UTF8 and FF FE means UTF16 (little-endian), whatever encoding the caller
 // named; the mark is removed. UTF16 text is stored as little-endian byte pairs.
 //
+// The caller's duty with bare pointers: a `const char*` without a count (the constructors, Set,
+// IsEqual, Assign, Append and the Compare families) is read up to its first NUL byte, except
+// text that starts with the bytes FF FE, and any pointer given together with UTF16: those are
+// read as 16-bit units up to the first 0x0000 unit (two zero bytes at an even distance from the
+// first unit). The caller must make sure that unit is there; an ordinary C string ends with one
+// zero byte, and reading would go on past it. Bytes of known length belong in the forms that
+// take the length (std::string, length-prefixed, pointer and count), which never read beyond it.
+//
 // Operations that combine two strings (IsEqual, Append, the Compare families) first bring the
 // other string into this string's encoding, so mixed encodings behave as text, not as bytes.
 // Positions and counts are byte positions and byte counts. Conversions never throw for
@@ -74,10 +82,12 @@ class VANTU_API VString : public VBaseObject {
   VString(const std::string& text);  // NOLINT(google-explicit-constructor)
   VString(const std::string& text, StringEncoding encoding);
   // As for std::string, up to the first NUL byte, except that an FF FE mark makes the bytes
-  // after it be read as NUL-terminated UTF-16, converted to UTF8. A null pointer is empty text.
+  // after it be read as little-endian UTF-16 up to the first 0x0000 unit (which the caller must
+  // provide), converted to UTF8. A null pointer is empty text.
   VString(const char* text);  // NOLINT(google-explicit-constructor)
-  // With UTF16 the pointer is read as NUL-terminated little-endian UTF-16 and converted to UTF8;
-  // otherwise as VString(const char*) with the given encoding as fallback.
+  // With UTF16 the pointer is read as little-endian UTF-16 up to the first 0x0000 unit (which
+  // the caller must provide) and converted to UTF8; otherwise as VString(const char*) with the
+  // given encoding as fallback.
   VString(const char* text, StringEncoding encoding);
   // Length-prefixed bytes: the first byte counts the bytes that follow (0 to 255).
   explicit VString(const unsigned char* pascal);
@@ -128,7 +138,8 @@ class VANTU_API VString : public VBaseObject {
   virtual void SetRaw(const char* bytes, size_t count, StringEncoding encoding);
   // Slot 25: count wide code units, converted to UTF8.
   virtual void Set(const wchar_t* text, size_t count);
-  // Slot 26: count narrow bytes, with mark detection as VString(const std::string&).
+  // Slot 26: count narrow bytes, with mark detection as VString(const std::string&); after an
+  // FF FE mark the rest is kept as UTF16 bytes, up to the count and no further.
   virtual void Set(const char* text, size_t count);
 
   // Slot 27: converts the text to the target encoding; false (nothing changed) when either
@@ -208,8 +219,11 @@ class VANTU_API VString : public VBaseObject {
   virtual int CompareNoCaseN(const VString& other, size_t count) const;
 
   // Slots 71-89: replace the text by a formatted number; the encoding stays as it is.
-  // Slot 71: POCO's default rendering of a double ("1.5", "1e+20"); 72: fixed with `precision`
-  // decimals. Slots 73-74 the same for float.
+  // Slot 71: POCO's default rendering of a double ("1.5", "1e+20"); 72: fixed text with
+  // `precision` decimals (a precision below 0 counts as 0) for every finite value, rounded half
+  // away from zero ("2.50" for 2.5 with 2, "3" with 0; "-0.00" for -0.001); "inf", "-inf" and
+  // "nan" for the others. A precision past a double's 1074 decimals pads with zeros; text too
+  // long for memory throws std::bad_alloc. Slots 73-74 the same for float.
   virtual void SetDouble(double value);
   virtual void SetDouble(double value, int precision);
   virtual void SetFloat(float value);

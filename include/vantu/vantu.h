@@ -9,6 +9,9 @@
  *   1 or 0.
  * - Narrow text is NUL-terminated; paths are read as VString reads a `const char*` (a
  *   byte-order mark decides the encoding, else the system code page, UTF-8 on most systems).
+ *   Text read that way (paths, log names, the input of vantu_ToUTF16) that starts with the
+ *   bytes FF FE is read as UTF-16 up to its first 0x0000 unit: the caller must then end it
+ *   with two zero bytes at an even distance from the mark, as one NUL byte is not enough.
  * - UTF-16 text is `vantu_char16`: `wchar_t` on Windows, `char16_t` (in C, `uint16_t`)
  *   elsewhere, so a function named UTF-16 yields UTF-16 everywhere.
  * - Pointers other than those documented as "may be null" must not be null.
