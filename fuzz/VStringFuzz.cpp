@@ -5,14 +5,13 @@
 // the bytes of the dependencies they stand in for.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
 #include <vantu/VString.h>
 
+#include "FuzzCheck.h"
 #include "internal/Nfc.h"
 #include "internal/TextConversion.h"
 
@@ -21,14 +20,6 @@ namespace {
 StringEncoding EncodingFrom(uint8_t byte) { return static_cast<StringEncoding>(byte % 7); }
 
 }  // namespace
-
-#define CHECK(condition)                                      \
-  do {                                                        \
-    if (!(condition)) {                                       \
-      std::fprintf(stderr, "check failed: %s\n", #condition); \
-      std::abort();                                           \
-    }                                                         \
-  } while (false)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 3) return 0;
