@@ -39,9 +39,9 @@ constexpr uint32_t kLink = 0120777u << 16;  // the external attributes of a symb
 RawEntry Entry(const std::string& name, const std::string& content, bool deflated = false,
                uint32_t external = 0) {
   const uint16_t method = deflated ? 8 : 0;
-  return {
-      name,    deflated ? Deflate(content) : content, method, Crc(content), content.size(), 0x0800,
-      external};
+  RawEntry entry{name, deflated ? Deflate(content) : content, method, Crc(content), content.size()};
+  entry.external = external;
+  return entry;
 }
 
 TEST(VUnzipFileTest, ReadsWhatOtherToolsWrite) {
