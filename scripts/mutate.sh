@@ -53,6 +53,40 @@ fault unreadable-forgets Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(error != ENOENT && error != ENOTDIR\) unreadable_/if (error == -1) unreadable_/'
 fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/list_.remove_if/(void)found; if (false) list_.remove_if/'
+fault zip-crc-unchecked Common/zip/VUnzipFile.cpp vantu_zip_tests \
+  's/if \(crc != record.crc\) throw/if (crc != record.crc \&\& false) throw/'
+fault zip-parent-name Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/if \(part == "\.\."\) return refuse\("parent folder"\);//'
+fault zip-absolute-name Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/if \(!name.empty\(\) && name\[0\] == .\/.\) return refuse\("absolute"\);//'
+fault zip-link-climbs-late Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/if \(part == "\.\." && descended\) return false;//'
+fault zip-link-real-folder Common/zip/VUnzipFile.cpp vantu_zip_tests \
+  's/ \|\| !target.LinkStaysInside\(folder, link\)//'
+fault zip-folder-link-out Common/zip/VUnzipFile.cpp vantu_zip_tests \
+  's/if \(!Inside\(real\)\) \{/if (false) {/'
+fault zip64-offset Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/if \(offset32 == 0xFFFFFFFF\) next\(record.localOffset\);/if (offset32 == 0xFFFFFFFF) (void)0;/'
+fault zip-shared-bytes Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/(\s+)Corrupt\("entry \\"" \+ record\.name/$1if (false) Corrupt("entry \\"" + record.name/'
+fault zip-declared-limit Common/zip/VUnzipFile.cpp vantu_zip_tests \
+  's/declared > maxBytes_\)/declared > maxBytes_ \&\& false)/'
+fault zip-dos-seconds Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/\(dosTime & 0x1F\) \* 2/(dosTime \& 0x1F) * 1/'
+fault zip-lzma-properties Common/internal/ZipCodec.cpp vantu_zip_tests \
+  's/std::memcpy\(alone, header_ \+ 4, 5\);/std::memcpy(alone, header_ + 3, 5);/'
+fault zip-zstd-unmarked Common/zip/VZipFile.cpp vantu_zip_tests \
+  's/PatchEntryMethods\(temp_, zstdNames_, kZipZstd\);//'
+fault zip-links-not-skipped Common/zip/VZipFile.cpp vantu_zip_tests \
+  's/status.isLink && \(skipLinks \|\|/status.isLink \&\& (false ||/'
+fault random-modulo Common/core/VRandom.cpp vantu_zip_tests \
+  's/return static_cast<uint32_t>\(product >> 32\);/return Next() % n;/'
+fault random-tail Common/core/VRandom.cpp vantu_zip_tests \
+  's/std::memcpy\(out, &word, size\);/std::memcpy(out, \&word, 8);/'
+fault uuid-fork-pool Common/core/VUUID.cpp vantu_zip_tests \
+  's/generation != generation_ \|\| //'
+fault uuid-v7-counter Common/core/VUUID.cpp vantu_zip_tests \
+  's/counter = state.counter \+ 1;/counter = state.counter;/'
 
 filters=("$@")
 selected() {
