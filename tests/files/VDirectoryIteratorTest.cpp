@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vantu/VDirectoryIterator.h>
@@ -18,28 +19,33 @@ namespace {
 using vantu::test::RealPath;
 using vantu::test::RunningAsRoot;
 using vantu::test::TempDir;
+using Names = std::vector<std::string>;
 
+// What the callback saw: the file-system bytes of each entry, relative to `base` when below it.
 struct Visit {
-  std::vector<std::string> paths;  // file-system bytes, relative to `relativeTo` when below it
-  std::vector<VFile> entries;
-  int stopAt = -1;  // return 1 at this call
-  std::string relativeTo;
+  explicit Visit(std::string base = "", int stopAt = -1) : base(std::move(base)), stopAt(stopAt) {}
+  std::string base;
+  int stopAt;  // the callback returns 1 for this entry
+  Names paths;
+  size_t files = 0;  // entries that name an existing file
 };
 
 int Record(VFile& entry, void* userData) {
   auto* visit = static_cast<Visit*>(userData);
   std::string path = vantu::internal::PathBytes(entry.GetPath());
-  if (!visit->relativeTo.empty() && path.rfind(visit->relativeTo + "/", 0) == 0) {
-    path = path.substr(visit->relativeTo.size() + 1);
-  }
+  if (!visit->base.empty() && path.rfind(visit->base + "/", 0) == 0)
+    path.erase(0, visit->base.size() + 1);
   visit->paths.push_back(path);
-  visit->entries.push_back(entry);
+  visit->files += entry.IsFile();
   return static_cast<int>(visit->paths.size()) - 1 == visit->stopAt ? 1 : 0;
 }
 
-std::vector<std::string> Sorted(std::vector<std::string> v) {
-  std::sort(v.begin(), v.end());
-  return v;
+// Walks `root` with Record; the paths seen are sorted.
+int Walk(const VFile& root, bool directories, bool recursive, unsigned depth, Visit& visit) {
+  const int result =
+      VDirectoryIterator(Record, directories).Iterate(root, recursive, &visit, depth);
+  std::sort(visit.paths.begin(), visit.paths.end());
+  return result;
 }
 
 class VDirectoryIteratorTest : public ::testing::Test {
@@ -49,43 +55,40 @@ class VDirectoryIteratorTest : public ::testing::Test {
     dir.Write(".hidden", "h");
     dir.Write("sub/b.txt", "b");
     dir.Write("sub/deeper/c.txt", "c");
-    visit.relativeTo = dir.path();
   }
-  int Walk(bool includeDirectories, bool recursive, unsigned depth) {
-    visit.paths.clear();
-    VDirectoryIterator walker(Record, includeDirectories);
-    return walker.Iterate(VFile(dir.path().c_str()), recursive, &visit, depth);
+  Names Paths(bool directories, bool recursive, unsigned depth) {
+    Visit visit(dir.path());
+    EXPECT_EQ(Walk(VFile(dir.path().c_str()), directories, recursive, depth, visit), 0);
+    return visit.paths;
   }
   TempDir dir;
-  Visit visit;
 };
 
 TEST_F(VDirectoryIteratorTest, DepthCountsTheLevelsThatMayBeEntered) {
-  EXPECT_EQ(Walk(false, true, 0), 0);
-  EXPECT_EQ(Sorted(visit.paths), (std::vector<std::string>{".hidden", "a.txt"}));
-  EXPECT_EQ(Walk(false, true, 1), 0);
-  EXPECT_EQ(Sorted(visit.paths), (std::vector<std::string>{".hidden", "a.txt", "sub/b.txt"}));
-  EXPECT_EQ(Walk(true, true, 0xFFFFFFFF), 0);
-  EXPECT_EQ(Sorted(visit.paths), (std::vector<std::string>{".hidden", "a.txt", "sub", "sub/b.txt",
-                                                           "sub/deeper", "sub/deeper/c.txt"}));
-  EXPECT_EQ(Walk(true, false, 5), 0);
-  EXPECT_EQ(Sorted(visit.paths), (std::vector<std::string>{".hidden", "a.txt", "sub"}));
+  EXPECT_EQ(Paths(false, true, 0), (Names{".hidden", "a.txt"}));
+  EXPECT_EQ(Paths(false, true, 1), (Names{".hidden", "a.txt", "sub/b.txt"}));
+  EXPECT_EQ(Paths(true, true, 0xFFFFFFFF),
+            (Names{".hidden", "a.txt", "sub", "sub/b.txt", "sub/deeper", "sub/deeper/c.txt"}));
+  EXPECT_EQ(Paths(true, false, 5), (Names{".hidden", "a.txt", "sub"}));
 }
 
 TEST_F(VDirectoryIteratorTest, ResultsStopTheWalkAndANestedWalkReplacesADirectorysResult) {
-  visit.stopAt = 0;
-  EXPECT_EQ(Walk(false, true, 10), 1);
-  EXPECT_EQ(visit.paths.size(), 1u);
+  Visit stopped(dir.path(), 0);
+  EXPECT_EQ(Walk(VFile(dir.path().c_str()), false, true, 10, stopped), 1);
+  EXPECT_EQ(stopped.paths.size(), 1u);
   const TempDir only;
   only.Write("d/f.txt", "x");
-  VDirectoryIterator walker(Record, true);
-  Visit nested;
-  nested.stopAt = 0;  // the directory's callback says stop, but the nested walk's 0 replaces it
-  EXPECT_EQ(walker.Iterate(VFile(only.path().c_str()), true, &nested, 5), 0);
-  EXPECT_EQ(nested.paths.size(), 2u);
-  Visit flat;
-  flat.stopAt = 0;
-  EXPECT_EQ(walker.Iterate(VFile(only.path().c_str()), false, &flat, 5), 1);
+  Visit nested(only.path(), 0);  // the directory's callback says stop; the nested walk's 0 wins
+  EXPECT_EQ(Walk(VFile(only.path().c_str()), true, true, 5, nested), 0);
+  EXPECT_EQ(nested.paths, (Names{"d", "d/f.txt"}));
+  Visit flat(only.path(), 0);
+  EXPECT_EQ(Walk(VFile(only.path().c_str()), true, false, 5, flat), 1);
+  // A missing folder or a throwing callback give -1; an empty path or no callback walk nothing.
+  EXPECT_EQ(Walk(VFile((dir / "missing").c_str()), false, true, 1, flat), -1);
+  EXPECT_EQ(Walk(VFile(), false, true, 1, flat), 0);
+  VDirectoryIterator throwing([](VFile&, void*) -> int { throw std::runtime_error("x"); }, false);
+  EXPECT_EQ(throwing.Iterate(VFile(dir.path().c_str()), false, nullptr, 0), -1);
+  EXPECT_EQ(VDirectoryIterator(true).Iterate(VFile(dir.path().c_str()), true, nullptr, 9), 0);
 }
 
 TEST_F(VDirectoryIteratorTest, LinksAreFollowedOnceAndEveryDirectoryIsEnteredOncePerWalk) {
@@ -95,19 +98,20 @@ TEST_F(VDirectoryIteratorTest, LinksAreFollowedOnceAndEveryDirectoryIsEnteredOnc
   const TempDir outside;
   outside.Write("o.txt", "o");
   ASSERT_EQ(::symlink(outside.path().c_str(), (dir / "out").c_str()), 0);
-  visit.relativeTo.clear();
-  EXPECT_EQ(Walk(true, true, 0xFFFFFFFF), 0);
-  const std::string root = RealPath(dir.path());
   // The link to the top directory is handed over once, resolved, and not entered again; the
   // link to a file stands for its target (so a.txt comes twice); the broken link is neither
   // file nor directory; the link out of the tree leads out of it.
-  EXPECT_EQ(std::count(visit.paths.begin(), visit.paths.end(), root), 1);
-  EXPECT_EQ(std::count(visit.paths.begin(), visit.paths.end(), root + "/a.txt"), 2);
-  EXPECT_EQ(std::count(visit.paths.begin(), visit.paths.end(), RealPath(outside / "o.txt")), 1);
-  EXPECT_EQ(visit.paths.size(), 10u) << ::testing::PrintToString(visit.paths);
-
-  // Eighteen levels, each with two links to the next: one file at the bottom, walked once
-  // (not 2^18 times).
+  const std::string root = RealPath(dir.path());
+  Names expected{root, root + "/a.txt", RealPath(outside.path()), RealPath(outside / "o.txt")};
+  for (const char* name :
+       {".hidden", "a.txt", "sub", "sub/b.txt", "sub/deeper", "sub/deeper/c.txt"})
+    expected.push_back(dir / name);
+  std::sort(expected.begin(), expected.end());
+  Visit visit;
+  EXPECT_EQ(Walk(VFile(dir.path().c_str()), true, true, 0xFFFFFFFF, visit), 0);
+  EXPECT_EQ(visit.paths, expected);
+  // Eighteen levels, each with two links to the next: the file at the bottom is walked once,
+  // not 2^18 times.
   const TempDir shared;
   for (int level = 0; level < 18; ++level) {
     const std::string here = shared / ("l" + std::to_string(level));
@@ -116,50 +120,33 @@ TEST_F(VDirectoryIteratorTest, LinksAreFollowedOnceAndEveryDirectoryIsEnteredOnc
     ASSERT_EQ(::symlink(next.c_str(), (here + "/x").c_str()), 0);
     ASSERT_EQ(::symlink(next.c_str(), (here + "/y").c_str()), 0);
   }
-  shared.Write("l18/bottom.txt", "b");
-  Visit walk;
-  VDirectoryIterator walker(Record, false);
-  EXPECT_EQ(walker.Iterate(VFile((shared / "l0").c_str()), true, &walk, 0xFFFFFFFF), 0);
-  EXPECT_EQ(walk.paths, std::vector<std::string>{RealPath(shared / "l18/bottom.txt")});
+  Visit walk(shared.path());
+  EXPECT_EQ(Walk(VFile((shared / "l0").c_str()), false, true, 0xFFFFFFFF, walk), 0);
+  EXPECT_EQ(walk.paths, Names{RealPath(shared.Write("l18/bottom.txt", "b"))});
 }
 
 // Names that are decomposed or not UTF-8 come back with the file system's bytes whatever the
 // encoding of the directory's path, so every entry names a file that exists.
 TEST(VDirectoryIteratorEntriesTest, EntriesKeepTheFileSystemsBytesInEveryEncoding) {
   const TempDir dir;
-  const std::vector<std::string> names = {"plain.txt", "e\xCC\x81.txt", "caf\xC3\xA9",
-                                          "bad\xFF\xFE.txt",
-                                          "\xEF\xBB\xBF"
-                                          "bom"};
+  const Names names = {"bad\xFF\xFE.txt", "caf\xC3\xA9", "e\xCC\x81.txt", "plain.txt",
+                       std::string("\xEF\xBB\xBF") + "bom"};  // in byte order
   for (const std::string& name : names) dir.Write("sub/" + name, name);
   for (StringEncoding encoding : {SystemCodePage, UTF8, UTF16, Latin1, ASCII}) {
     VPath folder;
     vantu::internal::SetPathBytes(folder, dir / "sub", encoding);
-    Visit visit;
-    visit.relativeTo = dir / "sub";
-    VDirectoryIterator walker(Record, false);
-    EXPECT_EQ(walker.Iterate(VFile(folder), false, &visit, 0), 0);
-    EXPECT_EQ(Sorted(visit.paths), Sorted(names)) << "encoding " << encoding;
-    for (const VFile& entry : visit.entries) EXPECT_TRUE(entry.IsFile()) << "encoding " << encoding;
+    Visit visit(dir / "sub");
+    EXPECT_EQ(Walk(VFile(folder), false, false, 0, visit), 0);
+    EXPECT_EQ(visit.paths, names) << "encoding " << encoding;
+    EXPECT_EQ(visit.files, names.size()) << "encoding " << encoding;
   }
-}
-
-TEST_F(VDirectoryIteratorTest, FailuresGiveMinusOne) {
-  VDirectoryIterator walker(Record, false);
-  EXPECT_EQ(walker.Iterate(VFile((dir / "missing").c_str()), true, &visit, 1), -1);
-  EXPECT_EQ(walker.Iterate(VFile(), true, &visit, 1), 0);
-  VDirectoryIterator throwing(
-      [](VFile&, void*) -> int { throw std::runtime_error("callback failed"); }, false);
-  EXPECT_EQ(throwing.Iterate(VFile(dir.path().c_str()), false, nullptr, 0), -1);
-  VDirectoryIterator silent(true);
-  EXPECT_EQ(silent.Iterate(VFile(dir.path().c_str()), true, nullptr, 9), 0);
 }
 
 TEST_F(VDirectoryIteratorTest, AnUnreadableSubdirectoryStopsTheWalkWithoutCrashing) {
   if (RunningAsRoot()) GTEST_SKIP() << "root reads every directory";
   ASSERT_EQ(::chmod((dir / "sub/deeper").c_str(), 0), 0);
-  EXPECT_EQ(Walk(false, true, 10), -1);
-  ::chmod((dir / "sub/deeper").c_str(), 0700);
+  Visit visit(dir.path());
+  EXPECT_EQ(Walk(VFile(dir.path().c_str()), false, true, 10, visit), -1);
 }
 
 }  // namespace
