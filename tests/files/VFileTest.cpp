@@ -16,13 +16,18 @@
 
 #include <vantu/VException.h>
 #include <vantu/VFile.h>
+#include <vantu/vantu.h>
 
 #include "internal/FileErrors.h"
 #include "support/TempDir.h"
 
+extern "C" int vantu_test_flat_files_from_c(const char* file, const char* missing, char* failure,
+                                            size_t size);
+
 namespace {
 
 namespace fs = std::filesystem;
+using vantu::test::EnvironmentAt;
 using vantu::test::HeldOpen;
 using vantu::test::RunningAsRoot;
 using vantu::test::TempDir;
@@ -159,22 +164,90 @@ TEST(VFileTest, ShortcutsAndAvailabilityOfEmptyMissingAndSpecialFiles) {
   EXPECT_FALSE(VFile((dir / "fifo").c_str()).IsAvailable(false, false));  // and must not block
 }
 
+// The checksum of a file that is not available (empty, or written elsewhere) is 0.
 TEST(VFileTest, AFileAnotherProcessWritesIsNotAvailableUntilItIsClosed) {
   const TempDir dir;
-  const VFile file(dir.Write("growing", "data").c_str());
+  const std::string path = dir.Write("growing", "123456789");
+  const VFile file(path.c_str());
+  unsigned crc = 1;
   ASSERT_TRUE(file.IsAvailable(true, false));
   {
-    HeldOpen writer(dir / "growing", true);
+    HeldOpen writer(path, true);
     ASSERT_TRUE(writer.opened());
     EXPECT_FALSE(file.IsAvailable(true, false) || file.IsAvailable(false, true));
+    EXPECT_EQ(vantu_IsFileAvailable(path.c_str()), 0);
+    vantu_GetFileInfo(path.c_str(), &crc);
+    EXPECT_EQ(crc, 0u);
     writer.Release();
     EXPECT_TRUE(file.IsAvailable(true, false));
   }
+  vantu_GetFileInfo(path.c_str(), &crc);
+  EXPECT_EQ(crc, 0xCBF43926u);
   // A reader elsewhere does not stop a reader here, but it does stop exclusive access.
-  HeldOpen reader(dir / "growing", false);
+  HeldOpen reader(path, false);
   ASSERT_TRUE(reader.opened());
   EXPECT_TRUE(file.IsAvailable(true, false));
   EXPECT_FALSE(file.IsAvailable(true, true));
+  crc = 1;
+  vantu_GetFileInfo(dir.Write("empty", "").c_str(), &crc);
+  EXPECT_EQ(crc, 0u);
+  EXPECT_EQ(vantu_IsFileAvailable((dir / "empty").c_str()), 0);
+  // Several read chunks: 3 MiB + 1.
+  const std::string big(3 * 1024 * 1024 + 1, 'z');
+  unsigned expected = 0;
+  vantu_GetCRCEx(big.data(), static_cast<unsigned>(big.size()), &expected);
+  vantu_GetFileInfo(dir.Write("big", big).c_str(), &crc);
+  EXPECT_EQ(crc, expected);
+}
+
+// Another thread keeps exchanging the file for a FIFO, whose open for reading blocks until a
+// writer comes: the checksum must never wait for one. A child process sums the file until it
+// was summed at least once (a loaded machine may hold the swapper back); a blocked open leaves
+// it to its alarm.
+TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
+  const TempDir dir;
+  const std::string path = dir.Write("target", "123456789");
+  const std::string fifo = dir / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> stop{false};
+  std::thread swapper([&] {
+    while (!stop) ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+  });
+  const bool finished = vantu::test::InChild([&] {
+    ::alarm(30);
+    int summed = 0;
+    for (int i = 0; i < 3000 || summed == 0; ++i) {
+      unsigned crc = 1;
+      vantu_GetFileInfo(path.c_str(), &crc);
+      summed += crc == 0xCBF43926u;
+    }
+    return true;
+  });
+  stop = true;
+  swapper.join();
+  EXPECT_TRUE(finished) << "vantu_GetFileInfo waited for a writer of a FIFO";
+}
+
+TEST(FlatFilesTest, EveryFunctionCalledFromC) {
+  const TempDir dir;
+  const std::string file = dir.Write("check.txt", "123456789");
+  char failure[512] = "";
+  EXPECT_EQ(vantu_test_flat_files_from_c(file.c_str(), (dir / "missing").c_str(), failure,
+                                         sizeof(failure)),
+            0)
+      << failure;
+  // The temporary folder and the prefix keep their bytes: a decomposed name stays decomposed.
+  const std::string decomposed = dir / "te\xCC\x81mp";
+  ASSERT_EQ(::mkdir(decomposed.c_str(), 0700), 0);
+  const EnvironmentAt temp("TMPDIR", decomposed);
+  char path[512];
+  ASSERT_EQ(vantu_UniqueTempFile(path, sizeof(path), "e\xCC\x81"), 0);
+  EXPECT_EQ(std::string(path).rfind(decomposed + "/e\xCC\x81", 0), 0u) << path;
+  const vantu_char16 prefix[] = {u'e', 0x0301, 0};
+  vantu_char16 wide[512];
+  ASSERT_EQ(vantu_UniqueTempWFile(wide, 512, prefix), 0);
+  const std::u16string units(reinterpret_cast<const char16_t*>(wide));
+  EXPECT_NE(units.find(u"te\u0301mp/e\u0301"), std::u16string::npos);
 }
 
 }  // namespace
