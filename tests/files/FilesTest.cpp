@@ -36,11 +36,7 @@ namespace {
 namespace fs = std::filesystem;
 using vantu::internal::PathBytes;
 using vantu::internal::SetPathBytes;
-using vantu::test::EnvironmentAt;
-using vantu::test::HeldOpen;
-using vantu::test::RealPath;
-using vantu::test::RunningAsRoot;
-using vantu::test::TempDir;
+using namespace vantu::test;  // TempDir, HeldOpen, EnvironmentAt, RealPath...
 using Names = std::vector<std::string>;
 
 // Depth; the names at 0, 1, 2 and -1; file name, base name and extension; parent; kind.
@@ -88,12 +84,10 @@ TEST(VPathTest, EncodingsOfResultsAndFileSystemBytes) {
   const TempDir dir;
   const std::string decomposed = dir / "e\xCC\x81";
   ASSERT_EQ(::mkdir(decomposed.c_str(), 0700), 0);
-  {
-    const EnvironmentAt data("XDG_DATA_HOME", decomposed);
-    const EnvironmentAt temp("TMPDIR", decomposed);
-    EXPECT_EQ(PathBytes(VPath::GetAppDataPath()), decomposed + "/");
-    EXPECT_EQ(PathBytes(VPath::GetTempHome()), decomposed + "/");
-  }
+  const EnvironmentAt data("XDG_DATA_HOME", decomposed);
+  const EnvironmentAt temp("TMPDIR", decomposed);
+  EXPECT_EQ(PathBytes(VPath::GetAppDataPath()), decomposed + "/");
+  EXPECT_EQ(PathBytes(VPath::GetTempHome()), decomposed + "/");
   const std::string target = dir.Write("e\xCC\x81/t\xFF.txt", "x");
   ASSERT_EQ(::symlink(target.c_str(), (dir / "link").c_str()), 0);
   ASSERT_EQ(::symlink((dir / "missing").c_str(), (dir / "broken").c_str()), 0);
@@ -156,10 +150,8 @@ int Walk(const VFile& root, bool directories, bool recursive, unsigned depth, Vi
 class VDirectoryIteratorTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir.Write("a.txt", "a");
-    dir.Write(".hidden", "h");
-    dir.Write("sub/b.txt", "b");
-    dir.Write("sub/deeper/c.txt", "c");
+    for (const char* name : {"a.txt", ".hidden", "sub/b.txt", "sub/deeper/c.txt"})
+      dir.Write(name, "x");
   }
   Names Paths(bool directories, bool recursive, unsigned depth) {
     Visit visit(dir.path());
@@ -255,16 +247,14 @@ TEST(VFileTest, FilesDirectoriesAndTheirFailures) {
                empty.CreateDirectory() || empty.IsAvailable(false, false) || empty.GetSize() != 0);
   const TempDir dir;
   const VFile file(dir.Write("a.txt", "hello").c_str());
-  EXPECT_TRUE(file.IsFile() && !file.IsDirectory());
-  EXPECT_EQ(file.GetSize(), 5u);
+  EXPECT_TRUE(file.IsFile() && !file.IsDirectory() && file.GetSize() == 5);
   const VFile sub((dir / "sub").c_str());
-  EXPECT_TRUE(sub.CreateDirectory());
-  EXPECT_FALSE(sub.CreateDirectory());  // already there
+  EXPECT_TRUE(sub.CreateDirectory() && !sub.CreateDirectory());  // the second finds it there
   VFile((dir / "x/y/z").c_str()).CreateDirectories();
-  std::vector<std::string> names{"kept"};  // List appends
+  Names names{"kept"};  // List appends
   VFile(dir.path().c_str()).List(names);
   std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"a.txt", "kept", "sub", "x"}));
+  EXPECT_EQ(names, (Names{"a.txt", "kept", "sub", "x"}));
   VFile((dir / "x").c_str()).Remove(true);
   EXPECT_FALSE(VFile((dir / "x").c_str()).Exists());
 
@@ -439,11 +429,9 @@ TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
 TEST(FlatFilesTest, EveryFunctionCalledFromC) {
   const TempDir dir;
   const std::string file = dir.Write("check.txt", "123456789");
-  char failure[512] = "";
-  EXPECT_EQ(vantu_test_flat_files_from_c(file.c_str(), (dir / "missing").c_str(), failure,
-                                         sizeof(failure)),
-            0)
-      << failure;
+  char error[512] = "";
+  EXPECT_EQ(vantu_test_flat_files_from_c(file.c_str(), (dir / "m").c_str(), error, 512), 0)
+      << error;
   // The temporary folder and the prefix keep their bytes: a decomposed name stays decomposed.
   const std::string decomposed = dir / "te\xCC\x81mp";
   ASSERT_EQ(::mkdir(decomposed.c_str(), 0700), 0);

@@ -13,10 +13,8 @@
 int vantu_test_flat_files_from_c(const char* file, const char* missing, char* failure,
                                  size_t size) {
   unsigned int crc = 1;
-  char name[128];
-  char exact[128];
+  char name[128], exact[128], path[4096];
   size_t length;
-  char path[4096];
   vantu_char16 wide[4096];
   static const vantu_char16 widePrefix[] = {'w', 't', 0};
   static const vantu_char16 wideA[] = {'a', 0};
@@ -48,8 +46,7 @@ int vantu_test_flat_files_from_c(const char* file, const char* missing, char* fa
   CHECK(vantu_UniqueTempName(exact, length, "tmp") == -1 && exact[0] == 'X');
   CHECK(vantu_UniqueTempName(exact, length + 1, "tmp") == 0 && strlen(exact) == length);
   CHECK(vantu_UniqueTempName(name, sizeof(name), NULL) == 0 && name[0] >= '1' && name[0] <= '9');
-  CHECK(vantu_UniqueTempFile(path, sizeof(path), "vt") == 0);
-  CHECK(strstr(path, "/vt") != NULL && path[0] == '/');
+  CHECK(vantu_UniqueTempFile(path, 4096, "vt") == 0 && strstr(path, "/vt") && path[0] == '/');
   CHECK(vantu_UniqueTempFile(path, 2, "vt") == -1);
   CHECK(vantu_UniqueTempWFile(wide, 4096, widePrefix) == 0 && wide[0] == '/');
   CHECK(vantu_UniqueTempWFile(wide, 3, widePrefix) == -1);
