@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <Poco/AutoPtr.h>
+#include <Poco/Message.h>
+#include <Poco/PatternFormatter.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <random>
 #include <regex>
 #include <string>
 #include <thread>
@@ -10,227 +15,289 @@
 #include <vector>
 
 #include <vantu/VLog.h>
+#include <vantu/VLogMessage.h>
+#include <vantu/vantu.h>
 
+#include "internal/LogLineFormatter.h"
 #include "support/LogFiles.h"
 #include "support/TempDir.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using vantu::test::EnvironmentAt;
 using vantu::test::ReadLines;
 using vantu::test::TempDir;
 
 constexpr size_t kBanner = 6;
 
-// A log in its own temporary folder, made current for the test.
+// The texts of a log file without the date pattern, skipping the banner and continuation lines.
+std::vector<std::string> TextsOf(const std::string& path) {
+  std::vector<std::string> texts;
+  for (const std::string& line : ReadLines(path)) {
+    const size_t date = line.find("] - ");
+    if (date != std::string::npos) texts.push_back(line.substr(line.find(" - ", date + 4) + 3));
+  }
+  return texts;
+}
+
+// A log in its own temporary folder, never rotated, made current for the test.
 class VLogTest : public ::testing::Test {
  protected:
   void SetUp() override {
     log.SetFolder(VPath(dir.path().c_str()));
     log.SetName(VString("test"));
-    log.SetRotation(1, -1);  // never: every line stays in test.log
+    log.SetRotation(1, -1);
     previous = VLog::SetCurrent(&log);
   }
   void TearDown() override { VLog::SetCurrent(previous); }
-  std::vector<std::string> Lines() {
+  std::vector<std::string> Texts() {
     log.Flush();
-    return ReadLines(dir / "test.log");
+    return TextsOf(dir / "test.log");
   }
   TempDir dir;
   VLog log;
   VLog* previous = nullptr;
 };
 
-TEST(VLogDefaultsTest, NameFolderAndPropertiesByDefault) {
-  const TempDir home;
-  const EnvironmentAt appData("XDG_DATA_HOME", home.path());
-  const VLog log;
-  EXPECT_EQ(log.GetName().GetString(), "vantu_log_tests");
-  EXPECT_EQ(log.GetFolder().GetString(), home.path() + "/Tarvik Software/");
-  EXPECT_TRUE(std::filesystem::is_directory(home / "Tarvik Software"));
-  EXPECT_EQ(log.GetFilePath().GetString(), home.path() + "/Tarvik Software/vantu_log_tests.log");
-  EXPECT_EQ(log.GetRotation().GetString(), "10 M");
-  EXPECT_EQ(log.GetArchive().GetString(), "number");
-  EXPECT_EQ(log.GetPurgeAge().GetString(), "24 hours");
-  EXPECT_EQ(log.GetLevel(), 8);
-  EXPECT_FALSE(log.IsOpened());
-
-  VLog emptyFolder;
-  emptyFolder.SetFolder(VPath());
-  emptyFolder.SetName(VString("n"));
-  EXPECT_EQ(emptyFolder.GetFilePath().GetString(), home.path() + "/Tarvik Software/n.log");
+// File path, rotation, archive, purge age and level.
+std::string Properties(const VLog& log) {
+  return log.GetFilePath().GetString() + "|" + log.GetRotation().GetString() + "|" +
+         log.GetArchive().GetString() + "|" + log.GetPurgeAge().GetString() + "|" +
+         std::to_string(log.GetLevel());
 }
 
-TEST(VLogDefaultsTest, RotationArchiveAndPurgeTexts) {
+TEST(VLogDefaultsTest, DefaultsPropertyTextsAndAnUnwritableFolder) {
+  const TempDir home;
+  const EnvironmentAt appData("XDG_DATA_HOME", home.path());
   VLog log;
+  const std::string folder = home.path() + "/Tarvik Software/";
+  EXPECT_TRUE(fs::is_directory(folder) && !log.IsOpened());
+  EXPECT_EQ(Properties(log), folder + "vantu_log_tests.log|10 M|number|24 hours|8");
+  log.SetFolder(VPath());  // the default folder again
+  log.SetName(VString("n"));
+  log.SetArchive(1);
+  EXPECT_EQ(Properties(log), folder + "n.log|10 M|timestamp|24 hours|8");
+  log.SetArchive(7);
+  EXPECT_EQ(log.GetArchive().GetString(), "number");
   const std::tuple<unsigned, int, const char*> rotations[] = {
       {1, 0, "1 daily"},  {10, 9, "10 M"},   {3, 42, "3 days"},  {500000, 7, "500000 "},
       {1, -1, "1 never"}, {6, 3, "6 hours"}, {1, 6, "1 months"}, {64, 8, "64 K"}};
-  for (const auto& [count, unit, text] : rotations) {
-    log.SetRotation(count, unit);
-    EXPECT_EQ(log.GetRotation().GetString(), text);
-  }
+  for (const auto& [count, unit, text] : rotations)
+    EXPECT_EQ((log.SetRotation(count, unit), log.GetRotation().GetString()), text);
   const std::tuple<unsigned, int, const char*> ages[] = {
       {5, -1, "5 minutes"}, {2, 1, "2 hours"}, {1, 3, "1 weeks"}, {7, 9, "7 days"}};
-  for (const auto& [count, unit, text] : ages) {
-    log.SetPurgeAge(count, unit);
-    EXPECT_EQ(log.GetPurgeAge().GetString(), text);
-  }
-  log.SetArchive(7);
-  EXPECT_EQ(log.GetArchive().GetString(), "number");
+  for (const auto& [count, unit, text] : ages)
+    EXPECT_EQ((log.SetPurgeAge(count, unit), log.GetPurgeAge().GetString()), text);
+  // A folder that cannot be made: the lines go nowhere, without a crash or an exception.
+  const std::string plain = home.Write("plain", "x");
+  log.SetFolder(VPath((plain + "/below").c_str()));
+  EXPECT_NO_THROW((log.Open(), log.Error("lost"), log.Flush()));
+  EXPECT_FALSE(fs::exists(plain + "/below"));
 }
 
 TEST_F(VLogTest, TheBannerComesOnceBeforeTheFirstLineWhateverTheLevel) {
-  log.SetLevel(1);
-  log.Fatal("first");
-  log.Information("filtered");
-  log.Open();  // already open: no second banner
-  log.Fatal("second");
-  const auto lines = Lines();
-  ASSERT_EQ(lines.size(), kBanner + 2);
-  EXPECT_EQ(lines[0], std::string(53, '*'));
-  EXPECT_EQ(lines[1], "* - Log System -\t\t\t\t\t\t\t\t\t ");
-  EXPECT_EQ(lines[1].size(), 26u);
-  EXPECT_TRUE(std::regex_match(
-      lines[2],
-      std::regex(R"(\* Creation date: \d{1,2}/\d{1,2}/\d{4} at \d{1,2}:\d{1,2}:\d{1,2})")))
-      << lines[2];
-  EXPECT_EQ(lines[3], "* Name: test");
-  EXPECT_EQ(lines[4], "*" + std::string(52, ' '));
-  EXPECT_EQ(lines[5], std::string(53, '*'));
-  const std::regex pattern(
-      R"(\d{4}/\d{1,2}/\d{1,2} - \[(Mon|Tue|Wed|Thu|Fri|Sat|Sun)\] - \d\d:\d\d:\d\d - first)");
-  EXPECT_TRUE(std::regex_match(lines[6], pattern)) << lines[6];
-  EXPECT_NE(lines[7].find(" - second"), std::string::npos);
-}
-
-TEST_F(VLogTest, LevelNamesOfTheCurrentLog) {
-  for (const char* name :
-       {"INFO", "INFORMATION", "WARNING", "FATAL", "ERROR", "CRITICAL", "NOTICE", "TRACE"}) {
-    VLog::LogCurrentByLevel(name, std::string("as ") + name);
-  }
-  for (const char* name : {"DEBUG", "info", "Warning", "", "INFO "}) {
-    VLog::LogCurrentByLevel(name, "dropped");
-  }
-  VLog::LogCurrentByLevel(std::string("INFO\0X", 6), "dropped");
-  VLog::LogCurrent("plain");
-  const auto lines = Lines();
-  ASSERT_EQ(lines.size(), kBanner + 9);
-  for (const auto& line : lines) EXPECT_EQ(line.find("dropped"), std::string::npos);
-  EXPECT_NE(lines.back().find("plain"), std::string::npos);
-}
-
-TEST_F(VLogTest, TheLevelFiltersMessages) {
   log.SetLevel(4);  // errors and warnings only
-  log.Warning("kept warning");
-  log.Notice("dropped notice");
+  log.Fatal("first");
+  log.Notice("filtered");
+  log.Open();  // already open: no second banner
+  log.Warning("second");
   EXPECT_TRUE(log.IsEnabled(4) && !log.IsEnabled(5));
-  EXPECT_EQ(Lines().size(), kBanner + 1);
+  log.Flush();
+  std::string all;
+  for (const std::string& line : ReadLines(dir / "test.log")) all += line + "\n";
+  const std::string rule = R"(\*{53}\n)";
+  EXPECT_TRUE(std::regex_match(
+      all, std::regex(rule + R"(\* - Log System -\t{9} \n)" +
+                      R"(\* Creation date: \d{1,2}/\d{1,2}/\d{4} at \d{1,2}:\d{1,2}:\d{1,2}\n)" +
+                      R"(\* Name: test\n\* {52}\n)" + rule +
+                      R"(\d{4}/\d{1,2}/\d{1,2} - \[(Mon|Tue|Wed|Thu|Fri|Sat|Sun)\] - )" +
+                      R"(\d\d:\d\d:\d\d - first\n[^\n]* - second\n)")))
+      << all;
 }
 
 TEST_F(VLogTest, NoLineIsLostFromFourThreads) {
-  constexpr int kThreads = 4;
-  constexpr int kLines = 100000;
   std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
+  for (int t = 0; t < 4; ++t) {
     threads.emplace_back([this, t] {
-      for (int i = 0; i < kLines; ++i) log.Information(std::to_string(t) + ":" + std::to_string(i));
+      for (int i = 0; i < 100000; ++i) log.Information(std::to_string(t) + ":" + std::to_string(i));
     });
   }
   for (auto& thread : threads) thread.join();
-  const auto lines = Lines();
-  ASSERT_EQ(lines.size(), kBanner + kThreads * kLines);
-  std::vector<int> next(kThreads, 0);
-  for (size_t i = kBanner; i < lines.size(); ++i) {
-    const size_t text = lines[i].rfind(" - ") + 3;
-    const int thread = std::stoi(lines[i].substr(text));
-    const int number = std::stoi(lines[i].substr(lines[i].find(':', text) + 1));
-    ASSERT_EQ(number, next[thread]) << "thread " << thread << " out of order";
-    ++next[thread];
+  const auto texts = Texts();
+  ASSERT_EQ(texts.size(), 400000u);
+  std::vector<int> next(4, 0);
+  for (const std::string& text : texts) {
+    ASSERT_EQ(std::stoi(text.substr(text.find(':') + 1)), next[std::stoi(text)]++) << text;
   }
-}
-
-TEST(VLogLifetimeTest, DestroyingTheLogWritesEveryQueuedLineAndClearsTheCurrentLog) {
-  const TempDir dir;
-  {
-    VLog log;
-    log.SetFolder(VPath(dir.path().c_str()));
-    log.SetName(VString("gone"));
-    VLog::SetCurrent(&log);
-    for (int i = 0; i < 50000; ++i) log.Information("line " + std::to_string(i));
-    VLog copy(log);  // an opened copy shares the writer; its end leaves the log working
-  }
-  EXPECT_EQ(VLog::GetCurrent(), nullptr);
-  const auto lines = ReadLines(dir / "gone.log");
-  ASSERT_EQ(lines.size(), kBanner + 50000);
-  EXPECT_NE(lines.back().find("line 49999"), std::string::npos);
 }
 
 // Lines reach the file in batches; a batch must still end at the limit, so that every archive
-// closes within one line of it, and no line is lost on the way.
+// closes within one line of it. Destroying the log writes every queued line; archives older than
+// the purge age go.
 TEST(VLogRotationTest, SizeRotationClosesEachArchiveWithinOneLineOfItsLimit) {
   const TempDir dir;
-  constexpr size_t kLines = 600;
+  const std::string old = dir.Write("rot.log.7", "old archive\n");
+  fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(2));
   {
     VLog log;
     log.SetFolder(VPath(dir.path().c_str()));
     log.SetName(VString("rot"));
     log.SetRotation(1, 8);  // 1 K
-    for (size_t i = 0; i < kLines; ++i) {
-      log.Information("line " + std::to_string(i) + std::string(i % 50, '.'));
-    }
+    log.SetPurgeAge(1, 1);  // one hour
+    VLog::SetCurrent(&log);
+    for (size_t i = 0; i < 600; ++i) VLog::LogCurrent(std::to_string(i).append(i % 50, '.'));
+    VLog copy(log);  // an opened copy shares the writer; its end leaves the log working
   }
+  EXPECT_EQ(VLog::GetCurrent(), nullptr);
   size_t total = 0;
   size_t archives = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+  for (const auto& entry : fs::directory_iterator(dir.path())) {
     const auto lines = ReadLines(entry.path().string());
     total += lines.size();
-    if (entry.path().filename() == "rot.log") continue;
-    ++archives;
+    archives += entry.path().filename() != "rot.log";
     size_t longest = 0;
     for (const std::string& line : lines) longest = std::max(longest, line.size() + 1);
-    EXPECT_LE(std::filesystem::file_size(entry.path()), 1024 + longest) << entry.path();
+    EXPECT_LE(fs::file_size(entry.path()), 1024 + longest) << entry.path();
   }
   EXPECT_GE(archives, 30u);
-  EXPECT_EQ(total, kBanner + kLines);
+  EXPECT_EQ(total, kBanner + 600);  // and not the old archive's line
 }
 
-TEST(VLogRotationTest, TimestampArchivesAndPurgingOfOldArchives) {
+TEST(VLogRotationTest, ArchivesByTimestamp) {
   const TempDir dir;
-  const std::string old = dir.Write("p.log.7", "old archive\n");
-  std::filesystem::last_write_time(
-      old, std::filesystem::file_time_type::clock::now() - std::chrono::hours(2));
-  {
-    VLog log;
-    log.SetFolder(VPath(dir.path().c_str()));
-    log.SetName(VString("p"));
-    log.SetRotation(1, 8);
-    log.SetArchive(1);
-    log.SetPurgeAge(1, 1);  // one hour
-    for (int i = 0; i < 60; ++i) {
-      log.Information(std::string(100, 'x'));
-      log.Flush();
-    }
-  }
-  EXPECT_FALSE(std::filesystem::exists(old));
+  void* log = vantu_CreateLog("p", dir.path().c_str(), 8, 1, 8, 1, 24, 1);
+  for (int i = 0; i < 3; ++i) vantu_LogMessage(log, 0, std::string(1100, 'x').c_str());
+  vantu_DeleteLog(&log);
   bool stamped = false;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+  for (const auto& entry : fs::directory_iterator(dir.path()))
     stamped |= std::regex_match(entry.path().filename().string(),
                                 std::regex(R"(p\.log\.\d{14,}(\.\d+)?)"));
-  }
   EXPECT_TRUE(stamped);
 }
 
-TEST(VLogFailureTest, AnUnwritableFolderNeitherCrashesNorThrows) {
-  const TempDir dir;
-  const std::string plain = dir.Write("plain", "x");
-  VLog log;
-  log.SetFolder(VPath((plain + "/below").c_str()));
-  log.SetName(VString("x"));
-  EXPECT_NO_THROW(log.Open());
-  EXPECT_NO_THROW(log.Error("lost"));
-  EXPECT_NO_THROW(log.Flush());
-  EXPECT_FALSE(std::filesystem::exists(plain + "/below"));
+TEST_F(VLogTest, LevelNamesTheLineLayoutAndFormat) {
+  for (const char* name : {"INFO", "INFORMATION", "WARNING", "FATAL", "ERROR", "CRITICAL", "NOTICE",
+                           "TRACE", "DEBUG", "info", "Warning", "", "INFO "}) {
+    VLog::LogCurrentByLevel(name, name);
+  }
+  VLog::LogCurrentByLevel(std::string("INFO\0X", 6), "dropped");
+  VLog::LogCurrent("plain");
+  VLogMessage("C:/src/Common/VHotfolder", 120, "Scan", "ERROR").messageStream() << "cannot open";
+  VLogMessage("/x/y/file.cpp", 7, "Die", "FATAL").messageStream() << "fatal " << 1;
+  VLogMessage("a(b", 3, "f", "INFO");  // empty message: nothing after the tab
+  VLogMessage("dir\\win.cpp", 9, "f", "WARNING").messageStream() << "w";
+  VLogMessage("f", 1, "g", "DEBUG").messageStream() << "no";  // never written, like unknown names
+  VLOG(DEBUG) << "no";
+  VLogMessage("f", 1, "g", "INFO").Format("%s", std::string(3000, 'x').c_str());
+  VLogMessage("f", 3, "g", "INFO").Format("%d+%s", 1, "2").Format("=%d", 3);
+  VLogMessage("f", 2, "g", "INFO").Format("%s", "");  // a notice ending with a line break
+  EXPECT_EQ(Texts(), (std::vector<std::string>{
+                         "INFO", "INFORMATION", "WARNING", "FATAL", "ERROR", "CRITICAL", "NOTICE",
+                         "TRACE", "plain", "ERROR [File: VHotfolder Line: 120]\t\"cannot open\"",
+                         "FATAL [File: file.cpp at: Die Line: 7]\t\"fatal 1\"",
+                         "INFO [File: b Line: 3]\t", "WARNING [File: win.cpp Line: 9]\t\"w\"",
+                         "INFO [File: f Line: 1]\t\"" + std::string(2047, 'x') + "2048\"",
+                         "INFO [File: f Line: 3]\t\"1+2=3\"", "INFO [File: f Line: 2]\t\""}));
+  const auto lines = ReadLines(dir / "test.log");
+  ASSERT_EQ(lines.size(), kBanner + 18);
+  EXPECT_EQ(lines[22],
+            "\tERROR LOG MSG NOTIFICATION: Failure to parse successfully the message\"%s\"");
+  EXPECT_EQ(lines[23], "\"");
+}
+
+TEST_F(VLogTest, TheMacrosSkipFilteredStatementsWithoutEvaluatingThem) {
+  log.SetLevel(4);
+  int evaluated = 0;
+  auto count = [&] { return ++evaluated; };
+  VLOG(INFO) << "filtered " << count();
+  VLOG(DEBUG) << count();
+  VLOG(WARNING) << "kept " << count();
+  VLOG_AT(ERROR, "Common/VHotfolder", 146, "VHotfolder::CheckFolderChanges").Format("at %d", 146);
+  if (evaluated > 100)
+    VLOG(ERROR) << "never";
+  else
+    VLOG(ERROR) << "else branch";  // the macro leaves if/else pairing intact
+  EXPECT_EQ(evaluated, 1);
+  const auto texts = Texts();
+  ASSERT_EQ(texts.size(), 3u);
+  EXPECT_NE(texts[0].find("VLogTest.cpp Line: "), std::string::npos) << texts[0];
+  EXPECT_EQ(texts[1], "ERROR [File: VHotfolder Line: 146]\t\"at 146\"");
+  EXPECT_NE(texts[2].find("else branch"), std::string::npos);
+  // Without a current log nothing is written or evaluated.
+  VLog::SetCurrent(nullptr);
+  EXPECT_FALSE(VLogMessage::WouldLog("ERROR"));
+  VLogMessage("f", 1, "g", "ERROR").messageStream() << "nowhere";
+  VLOG(FATAL) << count();
+  EXPECT_EQ(evaluated, 1);
+}
+
+TEST(FlatLogTest, CreateLogNormalisesItsArgumentsAndLogsByTheInterfacesLevelCodes) {
+  const TempDir home;
+  const EnvironmentAt appData("XDG_DATA_HOME", home.path());
+  VLog* before = VLog::GetCurrent();
+  void* handle = vantu_CreateLogEx(nullptr, nullptr, 0, 0, 99, 5, 24, 7, 0);
+  ASSERT_NE(handle, nullptr);
+  const std::string path = home.path() + "/Tarvik Software/vantu_log_tests.log";
+  EXPECT_EQ(Properties(*static_cast<VLog*>(handle)), path + "|1 days|number|24 days|3");
+  EXPECT_EQ(vantu_GetCurrentLog(), before);
+  vantu_DeleteLog(&handle);
+  EXPECT_EQ(handle, nullptr);
+  vantu_DeleteLog(&handle);  // a second call does nothing
+  vantu_DeleteLog(nullptr);
+  // Opened at once: with a rotation by time the file channel puts the file's creation time on
+  // a first line of its own, before the banner.
+  EXPECT_EQ(ReadLines(path).size(), kBanner + 1);
+
+  handle = vantu_CreateLog("flat", home.path().c_str(), 4, 10, 9, 1, 5, 1);
+  ASSERT_NE(handle, nullptr);
+  EXPECT_EQ(vantu_GetCurrentLog(), handle);
+  EXPECT_EQ(Properties(*static_cast<VLog*>(handle)), home / "flat.log|10 M|timestamp|5 hours|4");
+  EXPECT_EQ(vantu_LogMessage(handle, 42, "code 42 is error"), 0);
+  EXPECT_EQ(vantu_LogMessage(handle, 2, "code 2 is warning"), 0);
+  EXPECT_EQ(vantu_LogMessage(handle, 6, "code 6 is notice: filtered at level 4"), 0);
+  EXPECT_EQ(vantu_LogMessage(handle, 0, nullptr), 0);
+  EXPECT_EQ(vantu_LogMessage(nullptr, 0, "x"), -1);
+  vantu_DeleteLog(&handle);
+  EXPECT_EQ(vantu_GetCurrentLog(), nullptr);
+  EXPECT_EQ(TextsOf(home / "flat.log"),
+            (std::vector<std::string>{"code 42 is error", "code 2 is warning"}));
+}
+
+// The log's own line formatter must give the bytes of POCO's pattern formatter.
+TEST(LogLineFormatterTest, SameBytesAsPocosPatternFormatter) {
+  Poco::AutoPtr<Poco::PatternFormatter> poco(
+      new Poco::PatternFormatter("%Y/%n/%e - [%w] - %H:%M:%S - %t"));
+  vantu::internal::LogLineFormatter ours;
+  ours.SetDated(true);
+  // Day and year boundaries; instants from 1970 to 2400; the last minute before midnights, where
+  // POCO's floating-point weekday rounds.
+  std::vector<long long> times = {0,
+                                  86399999999,
+                                  86400000000,
+                                  951782400000000,
+                                  951868799999999,
+                                  1767225599999999,
+                                  1767225600000000};
+  std::mt19937_64 random(7);
+  std::uniform_int_distribution<long long> instants(0, 13569465600LL * 1000000);
+  for (int i = 0; i < 20000; ++i) times.push_back(instants(random));
+  for (int day = 0; day < 400; ++day)
+    for (long long d = -60; d <= 3; ++d) times.push_back((day * 97LL + 3) * 86400000000LL + d);
+  Poco::Message message("source", "text \"quoted\"\t", Poco::Message::PRIO_INFORMATION);
+  for (long long us : times) {
+    message.setTime(Poco::Timestamp(us));
+    std::string expected, actual, throughChannel;
+    poco->format(message, expected);
+    ours.Format(Poco::Timestamp(us), message.getText(), actual);
+    ours.format(message, throughChannel);
+    ASSERT_EQ(actual, expected) << us;
+    ASSERT_EQ(throughChannel, expected) << us;
+  }
+  ours.SetDated(false);
+  std::string bare;
+  ours.Format(Poco::Timestamp(0), "banner", bare);
+  EXPECT_EQ(bare, "banner");
 }
 
 }  // namespace
