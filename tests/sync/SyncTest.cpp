@@ -1,10 +1,8 @@
 // Mutexes, events, threads and the notification center within one process; the flat functions;
 // the virtual slots of these classes; named mutexes, named events and shared memory between real
-// processes (this very program, started again as a helper: see ChildMain), threads and a fork.
+// processes and threads.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,10 +14,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
+#include <functional>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -44,11 +41,14 @@ using vantu::test::TableEntry;
 
 // Waits up to 10 s until `count` reaches `expected`, then gives more a while to get through:
 // true when exactly `expected` got through.
-bool ReachesAndStays(const std::atomic<int>& count, int expected) {
+template <typename Count>
+bool ReachesAndStays(const Count& count, uint64_t expected) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (count < expected && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  while (static_cast<uint64_t>(count) < expected && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  return count == expected;
+  return static_cast<uint64_t>(count) == expected;
 }
 
 TEST(VMutexTest, CopiesShareOneRecursiveMutexAcrossThreads) {
@@ -278,95 +278,26 @@ volatile uint64_t& Counter(const VSharedMemory& region) {
   return *reinterpret_cast<volatile uint64_t*>(region.BeginData());
 }
 
-// The helper process: opens the named mutex, the named event and the region of `size` bytes
-// called `name`, says "ok", then answers each command line once it is done:
-//   lock | wait  "ok"
-//   count <n>    n times: lock, counter + 1 (a plain read and write), unlock; answers the counter
-//   pong <n>     n times: wait for "<name>.ping", counter + 1, set "<name>.pong"; the counter
-//   exit         leaves, destroying everything
-int ChildMain(const std::string& name, int size) {
-  ::alarm(120);  // a child left waiting by a failed test ends
-  VNamedMutex mutex(name);
-  VNamedEvent event(name), ping(name + ".ping"), pong(name + ".pong");
-  const VSharedMemory region(name.c_str(), size);
-  std::cout << (region.BeginData() != nullptr ? "ok" : "no region") << std::endl;
-  for (std::string line; std::getline(std::cin, line) && line != "exit";) {
-    std::istringstream in(line);
-    std::string command;
-    long n = 0;
-    in >> command >> n;
-    if (command == "lock") mutex.Lock();
-    if (command == "wait") event.Wait();
-    for (long i = 0; command == "count" && i < n; ++i) {
-      VAutoNamedMutexLock lock(&mutex);
-      Counter(region) = Counter(region) + 1;
-    }
-    for (long i = 0; command == "pong" && i < n; ++i) {
-      ping.Wait();
-      Counter(region) = Counter(region) + 1;
-      pong.Set();
-    }
-    std::cout << (n > 0 ? std::to_string(Counter(region)) : "ok") << std::endl;
+// Runs `body` in a child process (fork), which then leaves without running destructors: the
+// handles it inherited stay open unless the body closes them. A child left waiting by a failed
+// test ends after a minute.
+pid_t Spawn(const std::function<void()>& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::alarm(60);
+    body();
+    ::_exit(0);
   }
-  return 0;
+  return pid;
 }
 
-// A helper process (fork + exec), driven one line at a time.
-class Child {
- public:
-  Child(const std::string& name, int size) {
-    ::signal(SIGPIPE, SIG_IGN);  // a child that has gone makes Send fail, not end the test
-    const std::string program = fs::read_symlink("/proc/self/exe"), sizeText = std::to_string(size);
-    int in[2], out[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
-    if ((pid_ = ::fork()) == 0) {
-      ::dup2(in[0], 0);
-      ::dup2(out[1], 1);
-      ::execl(program.c_str(), "child", "--sync-child", name.c_str(), sizeText.c_str(),
-              static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    ::close(in[0]);
-    ::close(out[1]);
-    to_ = in[1];
-    from_ = out[0];
-  }
-  ~Child() {
-    if (pid_ > 0) Exit();
-    ::close(to_);
-    ::close(from_);
-  }
-
-  void Send(const std::string& command) {
-    (void)!::write(to_, (command + "\n").data(), command.size() + 1);
-  }
-  // The next answer line; "(none)" when none comes within `milliseconds`.
-  std::string Answer(int milliseconds = 20000) {
-    std::string answer;
-    pollfd ready{from_, POLLIN, 0};
-    for (char c; ::poll(&ready, 1, milliseconds) == 1 && ::read(from_, &c, 1) == 1; answer += c) {
-      if (c == '\n') return answer;
-    }
-    return "(none)";
-  }
-  std::string Ask(const std::string& command, int milliseconds = 20000) {
-    Send(command);
-    return Answer(milliseconds);
-  }
-  // Sends "exit" (after SIGKILL with `kill`); returns the exit status once the child has gone.
-  int Exit(bool kill = false) {
-    if (kill) ::kill(pid_, SIGKILL);
-    Send("exit");
-    int status = 0;
-    ::waitpid(std::exchange(pid_, -1), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-  int to_ = -1;
-  int from_ = -1;
-};
+// Waits for the child (killing it first with `kill`) and returns its exit status.
+int Reap(pid_t pid, bool kill = false) {
+  if (kill) ::kill(pid, SIGKILL);
+  int status = -1;
+  ::waitpid(pid, &status, 0);
+  return status;
+}
 
 // Each test uses names of its own and checks that it leaves nothing behind in /dev/shm.
 class NamedObjectsTest : public ::testing::Test {
@@ -382,76 +313,99 @@ class NamedObjectsTest : public ::testing::Test {
       EXPECT_EQ(entry.path().string().find(name_), std::string::npos) << entry.path();
     }
   }
-  // A helper process that has opened the mutex, the event and the region of this test.
-  std::unique_ptr<Child> Opened(int size = kSize) {
-    auto child = std::make_unique<Child>(name_, size);
-    EXPECT_EQ(child->Answer(), "ok");
-    return child;
-  }
 
   std::string name_;
 };
 
 TEST_F(NamedObjectsTest, ProcessesShareMutexEventAndRegionAsTheyComeAndGo) {
-  auto creator = Opened();
-  EXPECT_EQ(creator->Ask("count 3"), "3");
-  EXPECT_EQ(creator->Ask("lock"), "ok");
+  VNamedEvent ready(name_ + ".ready"), leave(name_ + ".leave");
+  const pid_t creator = Spawn([&] {
+    VNamedMutex mutex(name_);
+    VSharedMemory region(name_.c_str(), kSize);
+    mutex.Lock();
+    Counter(region) = 3;
+    ready.Set();
+    leave.Wait();  // then leaves holding the lock: its last handle lets go of it
+  });
+  ready.Wait();
   VNamedMutex mutex(name_);
   VNamedEvent event(name_);
   VSharedMemory region(name_.c_str(), kSize);
   EXPECT_EQ(Counter(region), 3u);
-  Counter(region) = 10;
-  EXPECT_EQ(creator->Exit(), 0);  // leaves holding the lock: its last handle lets go of it
+  leave.Set();
+  EXPECT_EQ(Reap(creator), 0);
   { VAutoNamedMutexLock lock(&mutex); }
+  // Two sets before anyone waits count once; waiters killed while they wait take no set.
   event.Set();
   event.Set();
-  auto waiter = Opened();
-  EXPECT_EQ(waiter->Ask("wait"), "ok");  // the set made before it came; two sets count once
-  EXPECT_EQ(waiter->Ask("wait", 200), "(none)") << "two sets let two waits through";
-  event.Set();
-  EXPECT_EQ(waiter->Answer(), "ok");
-  // Waiters killed while they wait: later sets still reach later waiters.
-  for (int round = 0; round < 3; ++round) {
-    auto doomed = Opened();
-    EXPECT_EQ(doomed->Ask("wait", 50), "(none)");
-    doomed->Exit(true);
-    waiter->Send("wait");
+  auto waits = [&] {
+    for (;;) {
+      event.Wait();
+      Counter(region) = Counter(region) + 1;
+    }
+  };
+  const pid_t waiter = Spawn(waits);
+  EXPECT_TRUE(ReachesAndStays(Counter(region), 4)) << "two sets let two waits through";
+  for (uint64_t expected = 5; expected <= 7; ++expected) {
+    const pid_t doomed = Spawn(waits);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    Reap(doomed, true);
     event.Set();
-    EXPECT_EQ(waiter->Answer(), "ok") << "round " << round;
+    EXPECT_TRUE(ReachesAndStays(Counter(region), expected));
   }
-  // Four processes count under the mutex, then one more through a ping-pong of events.
-  std::vector<std::unique_ptr<Child>> counters;
-  for (int i = 0; i < 4; ++i) counters.push_back(Opened());
-  for (auto& counter : counters) counter->Send("count 10000");
-  for (auto& counter : counters) EXPECT_NE(counter->Answer(), "(none)");
-  EXPECT_EQ(Counter(region), 40010u);
+  Reap(waiter, true);
+  // Four processes count under the mutex; one more counts in a ping-pong of events.
+  std::vector<pid_t> counters;
+  for (int i = 0; i < 4; ++i) {
+    counters.push_back(Spawn([&] {
+      for (int j = 0; j < 10000; ++j) {
+        VAutoNamedMutexLock lock(&mutex);
+        Counter(region) = Counter(region) + 1;
+      }
+    }));
+  }
+  for (const pid_t counter : counters) EXPECT_EQ(Reap(counter), 0);
+  EXPECT_EQ(Counter(region), 40007u);
   VNamedEvent ping(name_ + ".ping"), pong(name_ + ".pong");
-  waiter->Send("pong 10000");
+  const pid_t partner = Spawn([&] {
+    for (int i = 0; i < 10000; ++i) {
+      ping.Wait();
+      Counter(region) = Counter(region) + 1;
+      pong.Set();
+    }
+  });
   int mismatches = 0;
-  for (uint64_t i = 40011; i <= 50010; ++i) {
+  for (uint64_t i = 40008; i <= 50007; ++i) {
     ping.Set();
     pong.Wait();
     mismatches += Counter(region) != i;
   }
   EXPECT_EQ(mismatches, 0);
-  EXPECT_EQ(waiter->Answer(), "50010");
+  EXPECT_EQ(Reap(partner), 0);
 }
 
 TEST_F(NamedObjectsTest, KilledHoldersLeaveObjectsToRebuildOrALockToTakeOver) {
-  auto only = Opened();
-  EXPECT_EQ(only->Ask("count 3"), "3");
-  EXPECT_EQ(only->Ask("lock"), "ok");
-  only->Exit(true);
+  VNamedEvent ready(name_ + ".ready");
+  auto holder = [&] {  // locks twice, adds 5 and waits to be killed
+    VNamedMutex mutex(name_);
+    VSharedMemory region(name_.c_str(), kSize);
+    mutex.Lock();
+    mutex.Lock();
+    Counter(region) = Counter(region) + 5;
+    ready.Set();
+    ::pause();
+  };
+  const pid_t only = Spawn(holder);
+  ready.Wait();
+  Reap(only, true);
   EXPECT_TRUE(fs::exists("/dev/shm/vantu.memory." + name_));
   // Left by a killed process that was the only holder: rebuilt as new, with any size.
   VSharedMemory region(name_.c_str(), kSize * 2);
   EXPECT_EQ(Counter(region), 0u);
   VNamedMutex mutex(name_);
-  auto holder = Opened(kSize * 2);
-  EXPECT_EQ(holder->Ask("count 5"), "5");  // rebuilt unlocked
-  EXPECT_EQ(holder->Ask("lock"), "ok");
-  EXPECT_EQ(holder->Ask("lock"), "ok");  // recursive
-  holder->Exit(true);
+  const pid_t second = Spawn(holder);
+  EXPECT_TRUE(ReachesAndStays(Counter(region), 5));  // rebuilt unlocked
+  Reap(second, true);
   // Killed while it held the lock: the next Lock takes it over at once, the counter intact.
   const auto start = std::chrono::steady_clock::now();
   mutex.Lock();
@@ -460,27 +414,29 @@ TEST_F(NamedObjectsTest, KilledHoldersLeaveObjectsToRebuildOrALockToTakeOver) {
   mutex.Lock();  // recursive here too, and once unlocked twice it is free for others
   mutex.Unlock();
   mutex.Unlock();
-  EXPECT_EQ(Opened(kSize * 2)->Ask("count 1"), "6");
+  EXPECT_EQ(Reap(Spawn([&] { VAutoNamedMutexLock lock(&mutex); })), 0);
 }
 
 TEST_F(NamedObjectsTest, AForkedChildAndALastHandleLeaveWhatOthersHold) {
   auto region = std::make_unique<VSharedMemory>(name_.c_str(), kSize);
-  Counter(*region) = 7;
-  const pid_t child = ::fork();
-  if (child == 0) {
-    region.reset();  // this child's handle: the name stays
-    ::_exit(0);
-  }
-  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-  auto other = Opened();
-  EXPECT_EQ(other->Ask("count 1"), "8");
+  EXPECT_EQ(Reap(Spawn([&] { region.reset(); })), 0);  // the child's handle: the name stays
+  EXPECT_TRUE(fs::exists("/dev/shm/vantu.memory." + name_));
   // The last handle of this process gives back the levels its thread still holds.
   auto mutex = std::make_unique<VNamedMutex>(name_);
+  VNamedEvent go(name_ + ".go");
+  const pid_t other = Spawn([&] {
+    go.Wait();
+    mutex->Lock();
+    Counter(*region) = 9;
+    mutex.reset();  // the last handle: it goes with the lock
+  });
   mutex->Lock();
   mutex->Lock();
   std::thread([&] { EXPECT_THROW(mutex->Unlock(), VantuRuntimeException); }).join();
   mutex.reset();
-  EXPECT_EQ(other->Ask("count 1"), "9");
+  go.Set();
+  EXPECT_TRUE(ReachesAndStays(Counter(*region), 9));
+  EXPECT_EQ(Reap(other), 0);
 }
 
 TEST_F(NamedObjectsTest, BadNamesAndSizesGiveClearResults) {
@@ -523,21 +479,23 @@ TEST_F(NamedObjectsTest, BadNamesAndSizesGiveClearResults) {
 
 TEST_F(NamedObjectsTest, ObjectsAnotherUserMayNotOpenGiveClearResults) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
-  const mode_t mask = ::umask(022);  // the helper's objects: readable, not writable, by others
-  auto owner = Opened();
-  ::umask(mask);
+  VNamedEvent ready(name_ + ".ready"), leave(name_ + ".leave");
+  const pid_t owner = Spawn([&] {
+    ::umask(022);  // objects readable, not writable, by other users
+    VNamedMutex mutex(name_);
+    VNamedEvent event(name_);
+    VSharedMemory region(name_.c_str(), kSize);
+    ready.Set();
+    leave.Wait();
+  });
+  ready.Wait();
   ASSERT_EQ(::seteuid(65534), 0);
   EXPECT_THROW(VNamedMutex{name_}, VantuRuntimeException);
   EXPECT_THROW(VNamedEvent{name_}, VantuRuntimeException);
-  const VSharedMemory region(name_.c_str(), kSize);
-  EXPECT_THROW(region.BeginData(), int);
+  EXPECT_THROW(VSharedMemory(name_.c_str(), kSize).BeginData(), int);
   ASSERT_EQ(::seteuid(0), 0);
+  leave.Set();
+  EXPECT_EQ(Reap(owner), 0);
 }
 
 }  // namespace
-
-int main(int argc, char** argv) {
-  if (argc == 4 && std::string(argv[1]) == "--sync-child") return ChildMain(argv[2], atoi(argv[3]));
-  ::testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}
