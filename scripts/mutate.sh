@@ -113,6 +113,31 @@ fault log-cut-marker Common/log/VLogMessage.cpp vantu_log_tests \
   's/out << buffer << sizeof\(buffer\);/out << buffer;/'
 fault log-fatal-function Common/log/VLogMessage.cpp vantu_log_tests \
   's/if \(level_ == "FATAL"\)/if (level_ == "ERROR")/'
+  's/list_.remove_if/(void)found; if (false) list_.remove_if/'
+fault sync-name-escape Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/c == \x27_\x27 \|\|//'
+fault sync-name-hash Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/if \(escaped.size\(\) > 200\)/if (escaped.size() >= 200)/'
+fault sync-owner-dead Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/if \(error == EOWNERDEAD\) error = pthread_mutex_consistent/if (error == EOWNERDEAD \&\& false) error = pthread_mutex_consistent/'
+fault sync-event-counts Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/if \(block.signalled == 0\) \{\n    block.signalled = 1;/{\n    ++block.signalled;/; s/block.signalled = 0;\n  pthread_mutex_unlock/--block.signalled;\n  pthread_mutex_unlock/'
+fault sync-fork-shares-lock Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/\|\| ::dup3\(fd, object.fd, O_CLOEXEC\) < 0;/|| false;/'
+fault sync-stale-region Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/::ftruncate\(fd, 0\) != 0 \|\| //'
+fault sync-region-too-small Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/if \(shared->mapping.dataSize < dataSize\)/if (shared->mapping.dataSize < dataSize \&\& false)/'
+fault sync-last-handle-levels Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/while \(pthread_mutex_unlock\(mutex\) == 0\) \{\n      \}/pthread_mutex_unlock(mutex);/'
+fault sync-mutex-untranslated Common/sync/VMutex.cpp vantu_sync_tests \
+  's/Translated\(\[this\] \{ mutex_->unlock\(\); \}\);/mutex_->unlock();/'
+fault sync-thread-stays-running Common/sync/VWorker.cpp vantu_sync_tests \
+  's/running.store\(false, std::memory_order_release\)/running.store(true, std::memory_order_release)/'
+fault sync-flat-null-event Common/flat/FlatSync.cpp vantu_sync_tests \
+  's/(void vantu_EventSet\(void\* handle\) \{\n)  if \(handle == nullptr\) return;\n/$1/'
+fault sync-notify-name Common/sync/VNotificationCenter.cpp vantu_sync_tests \
+  's/observer->GetNotification\(\)->GetName\(\) != name\)/observer->GetNotification()->GetName().size() != name.size())/'
 
 filters=("$@")
 selected() {
