@@ -49,6 +49,8 @@ fault unreadable-forgets Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(error != ENOENT && error != ENOTDIR\) unreadable_/if (error == -1) unreadable_/'
 fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/      list_.erase\(entry.item\);/      (void)entry;/'
+fault remove-waits-for-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/(bool keepFile\) \{\n)(  std::lock_guard<std::recursive_mutex> lock\(\*listMutex_\);)/$1  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);\n$2/'
 fault zip-crc-unchecked Common/zip/VUnzipFile.cpp vantu_zip_tests \
   's/if \(crc != record.crc\) throw/if (crc != record.crc \&\& false) throw/'
 fault zip-parent-name Common/internal/ZipFormat.cpp vantu_zip_tests \

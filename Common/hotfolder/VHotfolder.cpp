@@ -470,12 +470,16 @@ bool VHotfolder::WaitForChanges(std::chrono::steady_clock::time_point deadline) 
   return changed;
 }
 
-VHotfolder::VHotfolder() : scanMutex_(std::make_unique<std::recursive_mutex>()) {
+VHotfolder::VHotfolder()
+    : scanMutex_(std::make_unique<std::recursive_mutex>()),
+      listMutex_(std::make_unique<std::recursive_mutex>()) {
   timer_.SetCallback(&VHotfolder::OnTimer, this);
 }
 
 VHotfolder::VHotfolder(const VHotfolder& other)
-    : VBaseObject(other), scanMutex_(std::make_unique<std::recursive_mutex>()) {
+    : VBaseObject(other),
+      scanMutex_(std::make_unique<std::recursive_mutex>()),
+      listMutex_(std::make_unique<std::recursive_mutex>()) {
   timer_.SetCallback(&VHotfolder::OnTimer, this);
   CopyFrom(other);
 }
@@ -490,7 +494,8 @@ VHotfolder::~VHotfolder() {
   ReportChanges();
   StopWatcher();
   timer_.Stop();
-  std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
   fileList_.clear();
 }
 
@@ -563,7 +568,8 @@ void VHotfolder::Stop() {
   ReportChanges();  // a scan waiting for its second readings ends now
   StopWatcher();
   timer_.Stop();
-  std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
   fileList_.clear();
 }
 
@@ -591,7 +597,8 @@ int VHotfolder::CheckFolderChanges() {
   const std::string folder = PathBytes(GetPath());
   const Callback callback = callback_;
   void* const userData = userData_;
-  std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
+  std::unique_lock<std::recursive_mutex> listed(*listMutex_);
   {
     std::lock_guard<std::mutex> changes(changeMutex_);
     changed_ = false;  // this scan's walk sees them
@@ -604,12 +611,18 @@ int VHotfolder::CheckFolderChanges() {
     ~Restore() { active = outer; }
   } restore{activeScan_, scan.outer()};
   scan.Walk(folder, recursive_);
-  scan.Deliver([this](Scan::Clock::time_point deadline) { return WaitForChanges(deadline); });
+  // While it waits for second readings the scan lets Remove from other threads at the list.
+  scan.Deliver([this, &listed](Scan::Clock::time_point deadline) {
+    listed.unlock();
+    const bool changed = WaitForChanges(deadline);
+    listed.lock();
+    return changed;
+  });
   return scan.Finish();
 }
 
 void VHotfolder::Remove(const VFile& file, bool keepFile) {
-  std::lock_guard<std::recursive_mutex> lock(*scanMutex_);
+  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
   const std::string given = PathBytes(file.GetPath());
   VANTU_REMOVE_TRACE(447).Format("Removing %s", given.c_str());
   auto match = fileList_.end();

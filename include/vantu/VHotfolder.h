@@ -35,7 +35,8 @@
 // that cannot read a sub-folder keeps the entries it delivered under it.
 //
 // Thread safety: scans run on a pool thread (or the watcher's thread), one at a time; Remove may
-// be called from any thread, including from inside the callback (the scan mutex is recursive).
+// be called from any thread, including from inside the callback (the list's mutex is
+// recursive), and from another thread it need not wait while a scan waits for second readings.
 // Stop, SetWakeOnChange(false) and the destructor wait for a scan in progress, so they must not
 // be called from inside this hot folder's own callback.
 #ifndef VANTU_VHOTFOLDER_H
@@ -108,7 +109,9 @@ class VANTU_API VHotfolder : public VBaseObject {
   // Takes the entry whose path text equals the file's (a directory's in directory form) out of
   // the list and, unless keepFile, deletes it from the disk (a directory with its content).
   // Failures are logged, never thrown. A kept file that stays on the disk is delivered again at
-  // the next scan: the list is the hot folder's only memory.
+  // the next scan: the list is the hot folder's only memory. Called from another thread during
+  // a scan, it waits while the scan reads the folder or calls back, not while the scan waits
+  // for its second size readings.
   void Remove(const VFile& file, bool keepFile);
 
  private:
@@ -122,7 +125,9 @@ class VANTU_API VHotfolder : public VBaseObject {
 
   // Settings may change from any thread while a scan runs; each scan reads them once.
   std::list<VHFItem> fileList_;
-  std::unique_ptr<std::recursive_mutex> scanMutex_;
+  std::unique_ptr<std::recursive_mutex> scanMutex_;  // one scan at a time; Stop waits for it
+  // Guards fileList_ and activeScan_; a scan holds it except while it waits.
+  std::unique_ptr<std::recursive_mutex> listMutex_;
   mutable std::mutex pathMutex_;  // guards path_
   VPath path_;
   std::atomic<int> period_{10000};
@@ -137,7 +142,7 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::mutex watcherMutex_;  // guards watcher_ and running_
   std::unique_ptr<Watcher> watcher_;
   bool running_ = false;
-  Scan* activeScan_ = nullptr;  // the scan in progress, under the scan mutex
+  Scan* activeScan_ = nullptr;  // the scan in progress, under the list mutex
   std::mutex changeMutex_;      // guards changed_
   std::condition_variable changeCv_;
   bool changed_ = false;

@@ -323,6 +323,31 @@ TEST_F(VHotfolderTest, WakeOnChangeDeliversSoonAfterTheWriterClosesTheFile) {
   folder.Stop();
 }
 
+// A steady stream keeps a wake-up scan going; Remove from another thread takes its entry out
+// while the scan waits for second readings, instead of waiting for the whole scan.
+TEST_F(VHotfolderTest, RemoveFromAnotherThreadNeedNotWaitForAScanInProgress) {
+  folder.SetTimeMilliseconds(600000);
+  folder.SetWakeOnChange(true);
+  const std::string kept = dir.Write("kept", "1");
+  folder.Start();
+  ASSERT_TRUE(delivered.WaitFor(1));
+  std::atomic<bool> writing{true};
+  std::thread writer([&] {
+    for (int i = 0; i < 60; ++i, std::this_thread::sleep_for(100ms)) {
+      dir.Write("s" + std::to_string(i), "x");
+    }
+    writing = false;
+  });
+  ASSERT_TRUE(delivered.WaitFor(3));  // the stream's scan is under way
+  folder.Remove(VFile(kept.c_str()), false);
+  EXPECT_TRUE(writing) << "Remove waited for the scan to end";
+  writer.join();
+  EXPECT_FALSE(std::filesystem::exists(kept));
+  ASSERT_TRUE(delivered.WaitFor(61));
+  for (int i = 0; i < 60; ++i) EXPECT_EQ(delivered.Count(dir / ("s" + std::to_string(i))), 1u);
+  folder.Stop();
+}
+
 TEST(VHotfolderConcurrencyTest, TenHotFoldersNeverOverlapTheirCallbacks) {
   static std::atomic<int> inside{0};
   static std::atomic<int> overlaps{0};
