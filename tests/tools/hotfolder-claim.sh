@@ -70,7 +70,7 @@ stop tools.pid
 sort record | cmp -s - want || fail "not each file once: $(sort record | uniq -d | head -3)"
 [ "$(cat out? | wc -l)" -eq 2000 ] || fail "$(cat out? | wc -l) records: $(grep -v 'exit 0' out?)"
 [ "$(find in -path '*/done/*' -type f | wc -l)" -eq 2000 ] || fail "not all in done/"
-echo "hotfolder claim: files per instance: $(wc -l out? | head -4 | awk '{print $1}' | paste -sd' ')"
+echo "hotfolder claim, files per instance: $(wc -l out? | head -4 | awk '{print $1}' | paste -sd' ')"
 
 # Killed while a command runs half way: the claimed file waits in the claim folder and the
 # restarted instance handles it first, the rest after; none is lost. A second instance on the
