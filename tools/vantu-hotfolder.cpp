@@ -172,8 +172,8 @@ const OptionSpec kOptionSpecs[] = {
      "before finishing them: they are handled first. A handled file leaves DIR:\n"
      "deleted (--delete, after a successful command), else moved to DIR/done/,\n"
      "or to DIR/failed/ when its command failed or could not start (a name\n"
-     "taken there gets ~1, ~2... before its extension); a command stopped by a\n"
-     "signal leaves its file in DIR. So each file is handled exactly once while\n"
+     "taken there gets ~1, ~2... before its extension); a command cut short by a\n"
+     "stop of the tool leaves its file in DIR. So each file is handled exactly once while\n"
      "instances run, at least once across crashes. Not with --group-folders",
      nullptr,
      [](Options& o, const char* v) {
@@ -253,8 +253,8 @@ const char kUsageTail[] =
     "(and \"moved\"), with \"path\": null for a file found in the claim folder.\n"
     "\n"
     "Exit status: 0 when every command ran and succeeded; 1 when a command failed or could not\n"
-    "start, a delete failed or the output could not be written; 2 for bad options, or a\n"
-    "DIRECTORY or --log that cannot be used.\n"
+    "start, a delete, claim or move failed, or the output could not be written; 2 for bad\n"
+    "options, or a DIRECTORY, --claim folder or --log that cannot be used.\n"
     "\n"
     "SIGINT and SIGTERM stop it: no command starts after the signal, the running command\n"
     "receives it (a signal from the terminal reaches it directly), the log is written out, and\n"
@@ -867,7 +867,7 @@ void Report(const Options& options, const std::string& path, const Result& resul
       if (!result.error.empty()) record += ", \"error\": " + JsonString(result.error);
     }
     if (!result.moved.empty()) record += ", \"moved\": " + JsonString(result.moved);
-    if (!result.moveError.empty()) record += ", \"move error\": " + JsonString(result.moveError);
+    if (!result.moveError.empty()) record += ", \"moveError\": " + JsonString(result.moveError);
     record += "}\n";
   } else {
     const char separator = options.null ? '\0' : '\t';
