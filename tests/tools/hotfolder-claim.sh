@@ -64,7 +64,7 @@ done
 for i in $(seq 1 1960); do printf "x$i" >in/f$i; done
 for p in $(cat writers); do wait "$p"; done
 { seq -f 'f%g' 1 1960 && seq -f 'slow%g' 1 20 && seq -f 'held%g' 1 20; } | sort >want
-await 60 recorded 2000 || fail "$(wc -l <record) of 2000 files handled"
+await 120 recorded 2000 || fail "$(wc -l <record) of 2000 files handled"
 await 20 test -z "$(left in)" || fail "files left behind: $(left in | head -3)"
 stop tools.pid
 sort record | cmp -s - want || fail "not each file once: $(sort record | uniq -d | head -3)"
