@@ -4,15 +4,22 @@
 // records the hot folder's trace and the commands' results (with --log, or --verbose, which
 // reads the same trace to say why a file still waits).
 //
+// With --claim, each instance moves a delivered file into a folder of its own before handling
+// it, so that several instances share one watched folder and each file is handled once.
+//
 // Threads: the scans (the hot folder's timer thread, or one thread for --once) only queue what
 // they deliver; the main thread takes the queue one entry at a time and runs the commands; a
 // thread of its own takes SIGINT and SIGTERM, which every other thread blocks.
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstdio>
@@ -53,6 +60,8 @@ struct Options {
   bool json = false;
   bool null = false;
   bool verbose = false;
+  bool noWake = false;
+  std::string claim;
 };
 
 constexpr int kInformation = 6;  // the level of the hot folder's trace
@@ -153,6 +162,25 @@ const OptionSpec kOptionSpecs[] = {
        o.exec = v;
        return true;
      }},
+    {"--claim", "DIR",
+     "move each delivered file into DIR before handling it, and hand the command\n"
+     "the moved path; a file that another instance moved first is skipped without\n"
+     "a word. The move is a rename: DIR (created if missing) must be on the\n"
+     "watched folder's file system, and inside the watched folder its name must\n"
+     "start with \".\". Each instance needs a DIR of its own (locked while the\n"
+     "tool runs). Files found in DIR at start were left by a run that stopped\n"
+     "before finishing them: they are handled first. A handled file leaves DIR:\n"
+     "deleted (--delete, after a successful command), else moved to DIR/done/,\n"
+     "or to DIR/failed/ when its command failed or could not start (a name\n"
+     "taken there gets ~1, ~2... before its extension); a command cut short by a\n"
+     "stop of the tool leaves its file in DIR. So each file is handled exactly once while\n"
+     "instances run, at least once across crashes. Not with --group-folders",
+     nullptr,
+     [](Options& o, const char* v) {
+       if (*v == '\0') return Fail("--claim needs a directory");
+       o.claim = v;
+       return true;
+     }},
     {"--shell", nullptr, "run the --exec command through /bin/sh -c", &Options::shell},
     {"--delete", nullptr,
      "delete a delivered entry after its command succeeded (needs --exec); an\n"
@@ -183,6 +211,13 @@ const OptionSpec kOptionSpecs[] = {
        return o.logLevel != 0 || Fail(std::string("unknown log level ") + v);
      }},
     {"--once", nullptr, "scan once, handle what was delivered, and exit", &Options::once},
+    {"--no-wake", nullptr,
+     "scan on the timer only. By default a scan also runs soon after a file in\n"
+     "the watched folders is closed after writing, moved in or deleted\n"
+     "(inotify), so a file is handled about half a second after its writer\n"
+     "closed it; the timer's scans stay as the safety net (network file systems\n"
+     "report no changes: there the period is what counts)",
+     &Options::noWake},
     {"--json", nullptr,
      "print one JSON object per delivery; a path's bytes that are not UTF-8 are\n"
      "written as \\udc80 to \\udcff (one lone surrogate per byte, as Python's\n"
@@ -211,11 +246,15 @@ const char kUsageTail[] =
     "\n"
     "Output: each delivered path; with --exec, PATH<TAB>exit N (N is the command's exit status,\n"
     "128+n when a signal n ended it), then <TAB>deleted or <TAB>not deleted: ERROR with\n"
-    "--delete; PATH<TAB>not run: ERROR when the command could not start.\n"
+    "--delete; PATH<TAB>not run: ERROR when the command could not start. With --claim:\n"
+    "PATH<TAB>CLAIMED, then the command's result, then <TAB>moved to WHERE when the file went to\n"
+    "done/ or failed/; PATH is empty for a file found in the claim folder at start, and a file\n"
+    "that could not be claimed gives PATH<TAB><TAB>not claimed: ERROR. --json adds \"claimed\"\n"
+    "(and \"moved\"), with \"path\": null for a file found in the claim folder.\n"
     "\n"
     "Exit status: 0 when every command ran and succeeded; 1 when a command failed or could not\n"
-    "start, a delete failed or the output could not be written; 2 for bad options, or a\n"
-    "DIRECTORY or --log that cannot be used.\n"
+    "start, a delete, claim or move failed, or the output could not be written; 2 for bad\n"
+    "options, or a DIRECTORY, --claim folder or --log that cannot be used.\n"
     "\n"
     "SIGINT and SIGTERM stop it: no command starts after the signal, the running command\n"
     "receives it (a signal from the terminal reaches it directly), the log is written out, and\n"
@@ -223,7 +262,7 @@ const char kUsageTail[] =
     "signal blocked, and SIGINT, SIGTERM and SIGPIPE at their default action.\n"
     "\n"
     "The tool knows what it handled only while it runs: a restart delivers again every file\n"
-    "still in the folder, unless it was deleted or moved away.\n"
+    "still in the folder, unless it was deleted, moved away or claimed (--claim).\n"
     "\n"
     "Writers are seen through file leases. For a file that belongs to another user this needs\n"
     "CAP_LEASE; without it, the writers of other users are invisible, and on file systems\n"
@@ -250,6 +289,9 @@ bool Check(const Options& o) {
   if (o.shell && o.exec.empty()) return Fail("--shell needs --exec");
   if (o.deleteAfter && o.exec.empty()) {
     return Fail("--delete needs --exec: a file is deleted after its command succeeded");
+  }
+  if (!o.claim.empty() && o.groupFolders) {
+    return Fail("--claim moves single files: it does not take --group-folders");
   }
   if (o.null && o.json) return Fail("--null is for the plain output, not --json");
   if (o.logLevel != 0 && o.logDir.empty()) return Fail("--log-level needs --log");
@@ -300,7 +342,8 @@ bool Parse(int argc, char** argv, Options& options) {
 // One thing the scans hand to the main thread.
 struct Item {
   std::string text;
-  bool delivery;  // a delivered path; else a note on a waiting file
+  bool delivery;             // a delivered path; else a note on a waiting file
+  std::string claimed = {};  // a file found in the claim folder at start (text is empty)
 };
 
 // What the scans deliver, the stop request and the running command, shared by the scans, the
@@ -337,6 +380,10 @@ class Session {
       signal_ = signal;
     }
     changed_.notify_all();
+  }
+  bool Stopping() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return stopped_;
   }
   int StopSignal() {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -485,6 +532,12 @@ struct Result {
   int status = -1;  // the command's exit status, 128 + n when signal n ended it
   bool deleted = false;
   std::string error;  // why the command could not start, or the entry not be deleted
+  // --claim: the claimed path (empty when the claim failed), where the file went afterwards,
+  // and why it could not be claimed or moved there.
+  std::string claimed;
+  std::string moved;
+  std::string claimError;
+  std::string moveError;
 };
 
 // Runs the --exec command for one path, with a clean signal state. False when a stop came
@@ -574,6 +627,187 @@ void Delete(VHotfolder& folder, const std::string& path, Result& result) {
   folder.Remove(VFile(VPath::FromFileSystem(listed)), true);
 }
 
+// --claim's folder: its path, and descriptors of it and of its done/ and failed/ folders, kept
+// for the whole run (as is the one that holds its lock).
+struct ClaimFolder {
+  std::string path;
+  int fd = -1;
+  int done = -1;
+  int failed = -1;
+};
+ClaimFolder g_claim;
+
+// rename(2) that never replaces an entry: 0, or an errno value (EEXIST when `to` exists). File
+// systems without RENAME_NOREPLACE (NFS, SMB) get a test and a plain rename: only this
+// instance writes into its claim folder, which it holds locked.
+int RenameNoReplace(int fromDir, const char* from, int toDir, const char* to) {
+  if (::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL && errno != ENOSYS) return errno;
+  struct stat info;
+  if (::fstatat(toDir, to, &info, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return ::renameat(fromDir, from, toDir, to) == 0 ? 0 : errno;
+}
+
+// Moves `from` into the folder `toDir` under `name`, or, when that name is taken, under
+// name~1.ext, name~2.ext... (the number before the last extension). Returns 0 and sets `used`,
+// or an errno value.
+int MoveInto(int fromDir, const std::string& from, int toDir, const std::string& name,
+             std::string& used) {
+  size_t dot = name.rfind('.');
+  if (dot == 0 || dot == std::string::npos) dot = name.size();
+  for (int n = 0; n < 100000; ++n) {
+    used = n == 0 ? name : name.substr(0, dot) + "~" + std::to_string(n) + name.substr(dot);
+    const int error = RenameNoReplace(fromDir, from.c_str(), toDir, used.c_str());
+    if (error != EEXIST) return error;
+  }
+  return EEXIST;
+}
+
+// Takes claimed files out of the hot folder's list, so that a new file of the same name is
+// delivered, on a thread of its own: Remove waits for a scan in progress, which follows a busy
+// folder's changes for up to 30 s, and the commands must not wait with it. Removing a newer
+// entry of the same name is harmless: delivered again, it is claimed once.
+class Forgetter {
+ public:
+  explicit Forgetter(VHotfolder& folder) : folder_(folder), thread_([this] { Run(); }) {}
+  // Call after the hot folder stopped: what is still queued no longer matters.
+  ~Forgetter() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      done_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+  void Forget(const std::string& path) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    paths_.push_back(path);
+    changed_.notify_all();
+  }
+
+ private:
+  void Run() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+      changed_.wait(lock, [this] { return done_ || !paths_.empty(); });
+      if (done_) return;
+      const std::string path = std::move(paths_.front());
+      paths_.pop_front();
+      lock.unlock();
+      folder_.Remove(VFile(VPath::FromFileSystem(path)), true);
+      lock.lock();
+    }
+  }
+  VHotfolder& folder_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::string> paths_;
+  bool done_ = false;
+  std::thread thread_;
+};
+
+// Moves a delivered file into the claim folder and has it taken out of the hot folder's list.
+// False when the file is gone (another instance claimed it): nothing is reported. A failed
+// claim leaves the file listed, so that it is not tried again at every scan.
+bool Claim(Forgetter& forgetter, const std::string& path, Result& result) {
+  std::string name;
+  const int error = MoveInto(AT_FDCWD, path, g_claim.fd, path.substr(path.rfind('/') + 1), name);
+  struct stat info;
+  const bool gone = error == ENOENT && ::lstat(path.c_str(), &info) != 0 && errno == ENOENT;
+  if (error == 0 || gone) forgetter.Forget(path);
+  if (gone) return false;
+  if (error == 0) {
+    result.claimed = g_claim.path + "/" + name;
+  } else {
+    result.claimError = std::strerror(error);
+    Record(&VLog::Error, "Cannot claim " + path + ": " + result.claimError);
+  }
+  return true;
+}
+
+// Takes a handled file out of the claim folder's top level, into done/ or, when its command
+// failed or could not start, failed/. A command that failed after a stop was asked for was
+// most likely ended by it: its file stays, and the next start handles it again.
+void Settle(const Options& options, Result& result) {
+  const bool succeeded = options.exec.empty() || (result.ran && result.status == 0);
+  if (!succeeded && g_session.Stopping()) return;
+  const bool done = succeeded && result.error.empty();
+  const std::string name = result.claimed.substr(g_claim.path.size() + 1);
+  std::string used;
+  const int error = MoveInto(g_claim.fd, name, done ? g_claim.done : g_claim.failed, name, used);
+  if (error == 0) {
+    result.moved = g_claim.path + (done ? "/done/" : "/failed/") + used;
+  } else {
+    result.moveError = std::strerror(error);
+    Record(&VLog::Error, "Cannot move " + result.claimed + ": " + result.moveError);
+  }
+}
+
+// Opens --claim DIR (see --help) and queues the files that an earlier run left in it.
+bool OpenClaim(const Options& options) {
+  std::error_code error;
+  const std::string watched = std::filesystem::canonical(options.directory, error);
+  // Tested before the folder is made, and again once links in its path are resolved.
+  for (bool made : {false, true}) {
+    if (made) std::filesystem::create_directories(options.claim, error);
+    const std::string path = made
+                                 ? std::filesystem::canonical(options.claim, error).string()
+                                 : std::filesystem::weakly_canonical(options.claim, error).string();
+    if (path != watched && path.compare(0, watched.size() + 1, watched + "/") != 0) continue;
+    if (path.find("/.", watched.size()) == std::string::npos) {
+      return Fail("--claim folder " + path +
+                  " lies inside the watched folder, where its files would be delivered again: "
+                  "use a folder whose name starts with \".\", as " +
+                  watched + "/.claimed");
+    }
+  }
+  const std::string path = std::filesystem::canonical(options.claim, error);
+  if (error || !std::filesystem::is_directory(path)) {
+    return Fail("cannot use --claim folder " + options.claim);
+  }
+  g_claim.path = path;
+  g_claim.fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  struct stat claimInfo;
+  struct stat watchedInfo;
+  if (g_claim.fd < 0 || ::fstat(g_claim.fd, &claimInfo) != 0 ||
+      ::stat(watched.c_str(), &watchedInfo) != 0) {
+    return Fail("cannot open --claim folder " + path + ": " + std::strerror(errno));
+  }
+  if (claimInfo.st_dev != watchedInfo.st_dev) {
+    return Fail("--claim folder " + path + " is on another file system than " + watched +
+                ": files cannot be renamed into it");
+  }
+  const int lock = ::openat(g_claim.fd, ".lock", O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (lock < 0) return Fail("cannot create " + path + "/.lock: " + std::strerror(errno));
+  if (::flock(lock, LOCK_EX | LOCK_NB) != 0) {
+    return Fail(errno == EWOULDBLOCK
+                    ? "claim folder " + path +
+                          " is in use by another instance: each instance needs its own"
+                    : "cannot lock " + path + "/.lock: " + std::strerror(errno));
+  }
+  for (const char* sub : {"done", "failed"}) {
+    if (::mkdirat(g_claim.fd, sub, 0777) != 0 && errno != EEXIST) {
+      return Fail("cannot create " + path + "/" + sub + ": " + std::strerror(errno));
+    }
+    (sub[0] == 'd' ? g_claim.done : g_claim.failed) =
+        ::openat(g_claim.fd, sub, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  }
+  if (g_claim.done < 0 || g_claim.failed < 0) {
+    return Fail("cannot open " + path + "/done and /failed: " + std::strerror(errno));
+  }
+  std::vector<std::string> left;
+  for (const auto& entry : std::filesystem::directory_iterator(path, error)) {
+    const std::string name = entry.path().filename();
+    if (name[0] != '.' &&
+        entry.symlink_status(error).type() == std::filesystem::file_type::regular) {
+      left.push_back(entry.path());
+    }
+  }
+  std::sort(left.begin(), left.end());
+  for (const std::string& file : left) g_session.Push({std::string(), true, file});
+  return true;
+}
+
 // Names starting with "." and names matching an --ignore pattern.
 bool Ignored(const Options& options, std::string path) {
   if (path.size() > 1 && path.back() == '/') path.pop_back();
@@ -617,22 +851,32 @@ void Report(const Options& options, const std::string& path, const Result& resul
   const bool exec = !options.exec.empty();
   std::string record;
   if (options.json) {
-    record = "{\"path\": " + JsonString(path) + ", \"time\": \"" + Now() + "\"";
+    record = "{\"path\": " + (path.empty() ? "null" : JsonString(path));
+    if (!options.claim.empty()) record += ", \"claimed\": " + JsonString(result.claimed);
+    record += ", \"time\": \"" + Now() + "\"";
     std::error_code error;
-    if (std::filesystem::is_regular_file(path, error)) {
-      const auto size = std::filesystem::file_size(path, error);
+    const std::string& now = result.moved.empty() ? path : result.moved;
+    if (std::filesystem::is_regular_file(now, error)) {
+      const auto size = std::filesystem::file_size(now, error);
       if (!error) record += ", \"size\": " + std::to_string(size);
     }
-    if (exec) {
+    if (!result.claimError.empty()) record += ", \"error\": " + JsonString(result.claimError);
+    if (exec && result.claimError.empty()) {
       record += ", \"status\": " + (result.ran ? std::to_string(result.status) : "null") +
                 ", \"deleted\": " + (result.deleted ? "true" : "false");
       if (!result.error.empty()) record += ", \"error\": " + JsonString(result.error);
     }
+    if (!result.moved.empty()) record += ", \"moved\": " + JsonString(result.moved);
+    if (!result.moveError.empty()) record += ", \"moveError\": " + JsonString(result.moveError);
     record += "}\n";
   } else {
+    const char separator = options.null ? '\0' : '\t';
     record = path;
-    if (exec) {
-      record += options.null ? '\0' : '\t';
+    if (!options.claim.empty()) record += separator + result.claimed;
+    if (!result.claimError.empty()) {
+      record += separator + ("not claimed: " + result.claimError);
+    } else if (exec) {
+      record += separator;
       if (!result.ran) {
         record += "not run: " + result.error;
       } else {
@@ -641,6 +885,8 @@ void Report(const Options& options, const std::string& path, const Result& resul
         if (!result.error.empty()) record += "\tnot deleted: " + result.error;
       }
     }
+    if (!result.moved.empty()) record += "\tmoved to " + result.moved;
+    if (!result.moveError.empty()) record += "\tnot moved: " + result.moveError;
     record += options.null ? '\0' : '\n';
   }
   Write(record);
@@ -648,26 +894,34 @@ void Report(const Options& options, const std::string& path, const Result& resul
 
 std::map<std::string, std::string> g_waiting;
 
-void Handle(const Options& options, VHotfolder& folder, const std::string& path) {
-  g_waiting.erase(path);
-  if (Ignored(options, path)) return;
+void Handle(const Options& options, VHotfolder& folder, Forgetter& forgetter, const Item& item) {
+  const std::string& path = item.text;
   Result result;
-  if (!options.exec.empty()) {
-    if (!Run(options, path, result)) return;  // stopped first: left for the next run
+  result.claimed = item.claimed;
+  if (result.claimed.empty()) {
+    g_waiting.erase(path);
+    if (Ignored(options, path)) return;
+    if (!options.claim.empty() && !Claim(forgetter, path, result)) return;
+  }
+  const std::string& target = result.claimed.empty() ? path : result.claimed;
+  if (!options.exec.empty() && result.claimError.empty()) {
+    if (!Run(options, target, result)) return;  // stopped first: left for the next run
     if (!result.ran) {
-      Record(&VLog::Error, "Cannot run the command for " + path + ": " + result.error);
+      Record(&VLog::Error, "Cannot run the command for " + target + ": " + result.error);
     } else if (result.status != 0) {
       Record(&VLog::Warning,
-             "The command for " + path + " ended with status " + std::to_string(result.status));
+             "The command for " + target + " ended with status " + std::to_string(result.status));
     } else {
-      Record(&VLog::Information, "The command for " + path + " succeeded");
-      if (options.deleteAfter) Delete(folder, path, result);
+      Record(&VLog::Information, "The command for " + target + " succeeded");
+      if (options.deleteAfter) Delete(folder, target, result);
       if (!result.error.empty()) {
-        Record(&VLog::Error, "Cannot delete " + path + ": " + result.error);
+        Record(&VLog::Error, "Cannot delete " + target + ": " + result.error);
       }
     }
     g_failed = g_failed || result.status != 0 || !result.error.empty();
   }
+  if (!result.claimed.empty() && !result.deleted) Settle(options, result);
+  g_failed = g_failed || !result.claimError.empty() || !result.moveError.empty();
   Report(options, path, result);
 }
 
@@ -767,6 +1021,8 @@ int main(int argc, char** argv) {
   std::unique_ptr<VLog> log;
   if (!OpenLog(options, log, privateLog)) return 2;
 
+  if (!options.claim.empty() && !OpenClaim(options)) return 2;
+
   std::thread signalThread(WatchSignals, signals);
   VHotfolder folder;
   folder.SetPath(VPath::FromFileSystem(options.directory));
@@ -775,6 +1031,7 @@ int main(int argc, char** argv) {
   folder.SetGroupFolders(options.groupFolders);
   folder.SetCallback(OnDelivery);
   folder.Enable(true);
+  folder.SetWakeOnChange(!options.noWake);
   std::thread scanner;
   if (options.once) {
     scanner = std::thread([&folder] {
@@ -786,11 +1043,13 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "vantu-hotfolder: watching %s (Ctrl-C to stop)\n",
                  options.directory.c_str());
   }
+  auto forgetter = std::make_unique<Forgetter>(folder);
   Item item;
   while (g_session.Take(item)) {
-    item.delivery ? Handle(options, folder, item.text) : Note(options, item.text);
+    item.delivery ? Handle(options, folder, *forgetter, item) : Note(options, item.text);
   }
   folder.Stop();  // ends a scan in progress
+  forgetter.reset();
   if (scanner.joinable()) scanner.join();
 
   VLog::SetCurrent(nullptr);
