@@ -663,58 +663,15 @@ int MoveInto(int fromDir, const std::string& from, int toDir, const std::string&
   return EEXIST;
 }
 
-// Takes claimed files out of the hot folder's list, so that a new file of the same name is
-// delivered, on a thread of its own: Remove waits for a scan in progress, which follows a busy
-// folder's changes for up to 30 s, and the commands must not wait with it. Removing a newer
-// entry of the same name is harmless: delivered again, it is claimed once.
-class Forgetter {
- public:
-  explicit Forgetter(VHotfolder& folder) : folder_(folder), thread_([this] { Run(); }) {}
-  // Call after the hot folder stopped: what is still queued no longer matters.
-  ~Forgetter() {
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      done_ = true;
-    }
-    changed_.notify_all();
-    thread_.join();
-  }
-  void Forget(const std::string& path) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    paths_.push_back(path);
-    changed_.notify_all();
-  }
-
- private:
-  void Run() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    for (;;) {
-      changed_.wait(lock, [this] { return done_ || !paths_.empty(); });
-      if (done_) return;
-      const std::string path = std::move(paths_.front());
-      paths_.pop_front();
-      lock.unlock();
-      folder_.Remove(VFile(VPath::FromFileSystem(path)), true);
-      lock.lock();
-    }
-  }
-  VHotfolder& folder_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::string> paths_;
-  bool done_ = false;
-  std::thread thread_;
-};
-
 // Moves a delivered file into the claim folder and has it taken out of the hot folder's list.
 // False when the file is gone (another instance claimed it): nothing is reported. A failed
 // claim leaves the file listed, so that it is not tried again at every scan.
-bool Claim(Forgetter& forgetter, const std::string& path, Result& result) {
+bool Claim(VHotfolder& folder, const std::string& path, Result& result) {
   std::string name;
   const int error = MoveInto(AT_FDCWD, path, g_claim.fd, path.substr(path.rfind('/') + 1), name);
   struct stat info;
   const bool gone = error == ENOENT && ::lstat(path.c_str(), &info) != 0 && errno == ENOENT;
-  if (error == 0 || gone) forgetter.Forget(path);
+  if (error == 0 || gone) folder.Remove(VFile(VPath::FromFileSystem(path)), true);
   if (gone) return false;
   if (error == 0) {
     result.claimed = g_claim.path + "/" + name;
@@ -894,14 +851,14 @@ void Report(const Options& options, const std::string& path, const Result& resul
 
 std::map<std::string, std::string> g_waiting;
 
-void Handle(const Options& options, VHotfolder& folder, Forgetter& forgetter, const Item& item) {
+void Handle(const Options& options, VHotfolder& folder, const Item& item) {
   const std::string& path = item.text;
   Result result;
   result.claimed = item.claimed;
   if (result.claimed.empty()) {
     g_waiting.erase(path);
     if (Ignored(options, path)) return;
-    if (!options.claim.empty() && !Claim(forgetter, path, result)) return;
+    if (!options.claim.empty() && !Claim(folder, path, result)) return;
   }
   const std::string& target = result.claimed.empty() ? path : result.claimed;
   if (!options.exec.empty() && result.claimError.empty()) {
@@ -1043,13 +1000,11 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "vantu-hotfolder: watching %s (Ctrl-C to stop)\n",
                  options.directory.c_str());
   }
-  auto forgetter = std::make_unique<Forgetter>(folder);
   Item item;
   while (g_session.Take(item)) {
-    item.delivery ? Handle(options, folder, *forgetter, item) : Note(options, item.text);
+    item.delivery ? Handle(options, folder, item) : Note(options, item.text);
   }
   folder.Stop();  // ends a scan in progress
-  forgetter.reset();
   if (scanner.joinable()) scanner.join();
 
   VLog::SetCurrent(nullptr);
