@@ -5,6 +5,8 @@
 //     `curl -s -o /dev/null`;
 //   - 1,000 sequential GETs of 1 KiB beside a libcurl loop with a fresh easy handle per request;
 //   - a 100 MB Post beside `curl --data-binary @file`.
+#include <Poco/Exception.h>
+#include <Poco/Net/HTTPServerRequestImpl.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 
@@ -16,7 +18,7 @@
 
 #include <vantu/VURL.h>
 
-#include "net/NetTest.h"
+#include "support/HttpTestServer.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -26,16 +28,42 @@ using Poco::Net::HTTPServerResponse;
 
 constexpr size_t kPostSize = 100000000;
 
+// Sends bytes straight to the connection, without the response stream's buffer. False once the
+// client has gone.
+bool SendRaw(HTTPServerRequest& request, const char* bytes, size_t n) {
+  Poco::Net::StreamSocket& socket =
+      static_cast<Poco::Net::HTTPServerRequestImpl&>(request).socket();
+  try {
+    while (n > 0) {
+      const int sent = socket.sendBytes(bytes, static_cast<int>(n));
+      if (sent <= 0) return false;
+      bytes += sent;
+      n -= static_cast<size_t>(sent);
+    }
+  } catch (const Poco::Exception&) {
+    return false;
+  }
+  return true;
+}
+
+// Starts a "200 OK" response of `length` body bytes for SendRaw; the connection closes after it.
+bool SendHead(HTTPServerRequest& request, HTTPServerResponse& response, uint64_t length) {
+  response.setKeepAlive(false);
+  const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) +
+                           "\r\nConnection: close\r\n\r\n";
+  return SendRaw(request, head.data(), head.size());
+}
+
 // GET /bytes/<n>: n bytes in 1 MiB writes. GET /small: 1 KiB. POST /sink: reads the body.
 void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
-  static const std::string block = vantu::test::Pattern(1 << 20);
+  static const std::string block(1 << 20, 'v');
   const std::string path = request.getURI();
   if (path.rfind("/bytes/", 0) == 0) {
     size_t left = std::stoull(path.substr(7));
-    if (!vantu::test::SendHead(request, response, left)) return;
+    if (!SendHead(request, response, left)) return;
     while (left > 0) {
       const size_t n = std::min(left, block.size());
-      if (!vantu::test::SendRaw(request, block.data(), n)) return;
+      if (!SendRaw(request, block.data(), n)) return;
       left -= n;
     }
   } else if (path == "/small") {
@@ -140,7 +168,7 @@ void BM_LibcurlSmallGets(benchmark::State& state) {
 BENCHMARK(BM_LibcurlSmallGets)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 const std::string& PostBlock() {
-  static const std::string block = vantu::test::Pattern(kPostSize);
+  static const std::string block(kPostSize, 'v');
   return block;
 }
 

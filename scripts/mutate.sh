@@ -147,6 +147,38 @@ fault claim-leftovers-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/std::sort\(left.begin\(\), left.end\(\)\);/left.clear();/'
 fault claim-not-locked tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/::flock\(lock, LOCK_EX \| LOCK_NB\) != 0/false/'
+fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \
+  's/CURLOPT_MAXREDIRS, 50L/CURLOPT_MAXREDIRS, 51L/'
+fault net-no-follow Common/net/VURL.cpp vantu_net_tests \
+  's/CURLOPT_FOLLOWLOCATION, 1L/CURLOPT_FOLLOWLOCATION, 0L/'
+fault net-error-body Common/net/VURL.cpp vantu_net_tests \
+  's/\(flags & kKeepErrorBody\) == 0\)/true)/'
+fault net-heap-to-range Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+  's/std::memcpy\(data_, heap, held\);/std::memcpy(data_, heap, held \/ 2);/'
+fault net-range-commit Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+  's/if \(need > have && /if (need > have + kRangeAlignment && /'
+fault net-copy-bytes Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+  's/std::memcpy\(data_, other.data_, other.length_\);/std::memcpy(data_, other.data_, other.length_ \/ 2);/'
+fault net-growth-step Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+  's/\(\(capacity_ \+ n\) \/ kStep \+ 1\)/((capacity_ + n) \/ kStep + 2)/'
+fault net-cancel-stores Common/net/VURL.cpp vantu_net_tests \
+  's/return 0x10000000;/return n;/'
+fault net-expect-sent Common/net/VURL.cpp vantu_net_tests \
+  's/: "Expect:"\)/: "X-Expect:")/'
+fault net-full-disk Common/net/VURL.cpp vantu_net_tests \
+  's/!= 0 && result == CURLE_OK\)/!= 0 \&\& false)/'
+fault net-verify-always Common/net/VURL.cpp vantu_net_tests \
+  's/state.verifyPeer \? 1L : 0L/1L/'
+fault net-bundle-ignored Common/net/VURL.cpp vantu_net_tests \
+  's/state.verifyPeer && state.caBundle.Length\(\) != 0/false/'
+fault net-stale-status Common/net/VURL.cpp vantu_net_tests \
+  's/url.state_->responseCode = 0;//'
+fault net-global-leak Common/internal/CurlGlobal.cpp vantu_net_tests \
+  's/if \(ready_\) CurlEntries\(\).globalCleanup\(\);/(void)ready_;/'
+fault net-easy-leak Common/net/VURL.cpp vantu_net_tests \
+  's/if \(easy != nullptr\) CurlEntries\(\).easyCleanup\(easy\);//'
+fault net-buffer-kept Common/net/VURL.cpp vantu_net_tests \
+  's/state.received.Clear\(\);//'
 
 filters=("$@")
 selected() {

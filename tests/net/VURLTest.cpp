@@ -1,0 +1,366 @@
+// Transfers against HTTP(S) servers inside the test process, and the transfer class's table of
+// virtual operations.
+#include <gtest/gtest.h>
+
+#include <Poco/Net/Context.h>
+#include <Poco/Net/SecureServerSocket.h>
+#include <Poco/StreamCopier.h>
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <vantu/VURL.h>
+
+#include "internal/CurlGlobal.h"
+#include "support/HttpTestServer.h"
+#include "support/TempDir.h"
+#include "support/VTable.h"
+
+namespace {
+
+using Poco::Net::HTTPServerRequest;
+using Poco::Net::HTTPServerResponse;
+using Pairs = std::vector<std::pair<size_t, size_t>>;
+
+// n bytes that differ from one position to the next.
+std::string Pattern(size_t n) {
+  std::string bytes(n, '\0');
+  for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
+  return bytes;
+}
+std::string Received(const VURL& url) { return std::string(url.GetData(), url.GetDataSize()); }
+std::string FileContent(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+int Get(VURL& url, const std::string& address) {
+  return url.Get(address, 30, nullptr, nullptr, nullptr, nullptr);
+}
+int Perform(VURL& url, const std::string& address, uint32_t flags, const char* data = nullptr,
+            uint64_t size = 0, const std::vector<std::string>* headers = nullptr) {
+  return url.Perform(address, headers, data, size, 30, nullptr, nullptr, nullptr, nullptr, flags);
+}
+// Whether another open file description of `path` is refused an exclusive flock.
+bool LockedElsewhere(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const bool locked = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (fd >= 0) ::close(fd);
+  return locked;
+}
+
+// What the callbacks of one transfer saw; the cancel callback answers true on chunk `cancelAt`.
+struct Watch {
+  explicit Watch(VURL* url, size_t cancelAt = SIZE_MAX) : url(url), cancelAt(cancelAt) {}
+  VURL* url;
+  size_t cancelAt;
+  bool agree = true;           // bytes == count > 0 (element size 1) and the object, every time
+  std::vector<size_t> chunks;  // the byte count of each cancel call
+  Pairs progress;
+  static bool Cancel(void* data, size_t bytes, size_t count, VURL* url) {
+    auto& watch = *static_cast<Watch*>(data);
+    watch.agree = watch.agree && bytes == count && count > 0 && url == watch.url;
+    watch.chunks.push_back(bytes);
+    return watch.chunks.size() - 1 == watch.cancelAt;
+  }
+  static void Progress(size_t done, size_t total, void* data) {
+    static_cast<Watch*>(data)->progress.emplace_back(done, total);
+  }
+};
+
+// libcurl's global references and easy handles held through the library's entry points, which
+// every test counts; their initialisation can be made to fail.
+std::atomic<int> globalHeld{0}, easyHeld{0};
+std::atomic<bool> failGlobal{false}, failEasy{false};
+
+struct RequestSeen {
+  std::string method;
+  std::set<std::string> headers;  // "Name: value"
+  std::string body;
+  bool outputLocked;  // the output file was locked while the request ran
+};
+
+class VURLTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    vantu::internal::CurlEntries() = {
+        [](long flags) {
+          return failGlobal ? CURLE_FAILED_INIT : (++globalHeld, curl_global_init(flags));
+        },
+        [] { --globalHeld, curl_global_cleanup(); },
+        []() -> CURL* { return failEasy ? nullptr : (++easyHeld, curl_easy_init()); },
+        [](CURL* easy) { --easyHeld, curl_easy_cleanup(easy); }};
+  }
+  void TearDown() override {  // every path released what it took
+    vantu::internal::CurlEntries() = {};
+    failGlobal = failEasy = false;
+    EXPECT_EQ(std::make_pair(globalHeld.load(), easyHeld.load()), std::make_pair(0, 0));
+  }
+  std::vector<RequestSeen> Seen() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return seen_;
+  }
+  void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
+    RequestSeen seen{request.getMethod(), {}, {}, !output_.empty() && LockedElsewhere(output_)};
+    for (const auto& header : request) seen.headers.insert(header.first + ": " + header.second);
+    Poco::StreamCopier::copyToString(request.stream(), seen.body);
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      seen_.push_back(std::move(seen));
+    }
+    const std::string path = request.getURI();
+    if (path.rfind("/bytes/", 0) == 0) {
+      response.send() << Pattern(std::stoul(path.substr(7)));
+    } else if (path == "/missing") {
+      response.setStatusAndReason(Poco::Net::HTTPResponse::HTTP_NOT_FOUND);
+      response.send() << "missing";
+    } else if (path == "/hop/0") {
+      response.send() << "landed";
+    } else if (path.rfind("/hop/", 0) == 0 || path == "/loop") {
+      response.redirect(path == "/loop" ? path : "/hop/" + std::to_string(path[5] - '1'));
+    } else if (path == "/stall" || path == "/cut") {  // 100000 bytes announced
+      response.setContentLength(100000);
+      response.setKeepAlive(false);  // the connection ends with the handler
+      std::ostream& out = response.send();
+      if (path == "/cut") out << Pattern(40000);  // 40000 of them, then the end
+      // A slow server: a byte every 100 ms until the client goes.
+      while (path == "/stall" && out << 's' << std::flush) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+    } else {
+      response.send() << "answer to " << path;
+    }
+  }
+
+  vantu::test::TempDir dir_;
+  std::string output_;  // set before the requests that write a file
+  std::mutex mutex_;
+  std::vector<RequestSeen> seen_;
+  vantu::test::HttpTestServer server_{
+      [this](HTTPServerRequest& request, HTTPServerResponse& response) {
+        Serve(request, response);
+      }};
+};
+class VURLConcurrencyTest : public VURLTest {};
+
+TEST_F(VURLTest, EachChunkIsOfferedToCancelThenStoredAndReported) {
+  // The buffer grows in steps of 10 KiB, always past what it holds: on the heap, then in an
+  // address range, then in a larger range when the first 64 MiB are used up.
+  const size_t sizes[] = {1, 10240, 300000, 70 << 20, 100};
+  std::vector<VURL> copies;  // of each transfer, which the later ones leave alone
+  VURL url;
+  size_t capacity = 0;  // a later transfer empties the buffer but keeps its capacity
+  for (size_t size : sizes) {
+    Watch watch(&url);
+    ASSERT_EQ(url.Get(server_.Url("/bytes/" + std::to_string(size)), 30, Watch::Cancel, &watch,
+                      Watch::Progress, &watch),
+              0);
+    EXPECT_TRUE(Received(url) == Pattern(size));
+    EXPECT_TRUE(watch.agree && url.GetResponseCode() == 200);
+    Pairs expected;
+    for (size_t i = 0, held = 0; i < watch.chunks.size(); held += watch.chunks[i++]) {
+      const size_t n = watch.chunks[i];
+      if (capacity - held < n) capacity = ((capacity + n) / 10240 + 1) * 10240;
+      expected.emplace_back(held + n, capacity);
+    }
+    EXPECT_EQ(watch.progress, expected);
+    copies.push_back(url);
+  }
+  copies[1] = copies[1];
+  copies[0] = copies[2];  // a heap block replaced by an address range, and a range by another
+  copies[2] = copies[4];
+  const int source[] = {2, 1, 4, 3, 4};
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(Received(copies[i]) == Pattern(sizes[source[i]])) << i;
+  // Cancelled before a chunk is stored: on the first, nothing is left; on the third, two chunks.
+  for (size_t cancelAt : {0, 2}) {
+    Watch watch(&url, cancelAt);
+    ASSERT_EQ(
+        url.Get(server_.Url("/bytes/300000"), 30, Watch::Cancel, &watch, Watch::Progress, &watch),
+        VURL::kCancelled);
+    ASSERT_EQ(watch.chunks.size(), cancelAt + 1);
+    EXPECT_EQ(watch.progress.size(), cancelAt);
+    EXPECT_TRUE(Received(url) == Pattern(cancelAt == 0 ? 0 : watch.chunks[0] + watch.chunks[1]));
+  }
+}
+
+// Twelve transfers at once, each on its own thread with its own object.
+TEST_F(VURLConcurrencyTest, ResultsOfErrorsRedirectsCutsTimeOutsAndBadAddresses) {
+  using Clock = std::chrono::steady_clock;
+  constexpr uint32_t kGet = 0x100;  // Get rather than Perform with these flags
+  const std::tuple<uint32_t, uint32_t, std::string, int, std::string, int> cases[] = {
+      // flags, time-out, a path on the server or a whole address; result, body, status
+      {kGet, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404},
+      {0, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404},
+      {VURL::kKeepErrorBody, 30, "/missing", 0, "missing", 404},
+      {kGet, 30, "/hop/3", 0, "", 302},  // Get does not follow redirects; Perform does, up to 50
+      {0, 30, "/hop/3", 0, "landed", 200},
+      {0, 30, "/loop", CURLE_TOO_MANY_REDIRECTS, "", 302},
+      {kGet, 30, "/cut", CURLE_PARTIAL_FILE, Pattern(40000), 200},  // what arrived is kept
+      {kGet, 30, "nonsense://127.0.0.1/", CURLE_UNSUPPORTED_PROTOCOL, "", 0},
+      {0, 30, "http://127.0.0.1:99999/", CURLE_URL_MALFORMAT, "", 0},
+      // From a server that never ends: no time-out (either way) runs until cancelled at 2.5 s.
+      {kGet, 1, "/stall", CURLE_OPERATION_TIMEDOUT, "", 200},
+      {kGet, VURL::kNoTimeout, "/stall", VURL::kCancelled, "", 200},
+      {kGet, 0, "/stall", VURL::kCancelled, "", 200},
+  };
+  std::vector<std::thread> threads;
+  for (const auto& c : cases) {
+    threads.emplace_back([&, row = &c] {
+      const auto& [flags, timeout, where, result, body, status] = *row;
+      const Clock::time_point start = Clock::now();
+      Clock::time_point cancel =
+          where == "/stall" ? start + std::chrono::milliseconds(2500) : Clock::time_point::max();
+      auto late = [](void* end, size_t, size_t, VURL*) {
+        return Clock::now() > *static_cast<Clock::time_point*>(end);
+      };
+      VURL url;
+      const std::string address = where[0] == '/' ? server_.Url(where) : where;
+      const int code = flags == kGet ? url.Get(address, timeout, late, &cancel, nullptr, nullptr)
+                                     : url.Perform(address, nullptr, nullptr, 0, timeout, late,
+                                                   &cancel, nullptr, nullptr, flags);
+      const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+      EXPECT_EQ(
+          std::make_tuple(code, where == "/stall" ? "" : Received(url), url.GetResponseCode()),
+          std::make_tuple(result, body, status))
+          << where << " flags " << flags << " time-out " << timeout;
+      EXPECT_GE(seconds, where != "/stall" ? 0 : timeout == 1 ? 0.9 : 2.5) << timeout;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(Seen().size(), 3u + 1 + 4 + 51 + 1 + 3);
+}
+
+TEST_F(VURLTest, PostSendsTheWholeBlockInPiecesWithoutAnnouncingItsSize) {
+  const std::string block = Pattern(100000000);
+  VURL url;
+  for (size_t cancelAt : {SIZE_MAX, size_t{0}}) {  // the second is cancelled on its first piece
+    Watch watch(&url, cancelAt);
+    EXPECT_EQ(url.Post(server_.Url("/bytes/0"), block.data(), block.size(), 60, Watch::Cancel,
+                       &watch, Watch::Progress, &watch),
+              cancelAt == 0 ? VURL::kCancelled : 0);
+    EXPECT_TRUE(watch.agree);
+    Pairs expected;  // after each piece: (the bytes handed over, the block's size)
+    for (size_t i = 0, done = 0; done < block.size() && i < watch.chunks.size() && i != cancelAt;
+         ++i) {
+      expected.emplace_back(done += std::min(watch.chunks[i], block.size() - done), block.size());
+    }
+    EXPECT_EQ(watch.progress, expected);
+    EXPECT_EQ(url.GetDataSize(), 0u);
+  }
+  const RequestSeen seen = Seen().at(0);
+  EXPECT_EQ(seen.method, "POST");
+  EXPECT_EQ(seen.headers.count("Transfer-Encoding: chunked"), 1u);
+  EXPECT_TRUE(seen.body == block);
+}
+
+TEST_F(VURLTest, PerformSendsTheLinesAndWritesToMemoryOrToAFileItLocks) {
+  VURL url;
+  const std::string body = Pattern(2 << 20);  // large enough for libcurl to ask for 100-continue
+  const std::vector<std::string> lines{"X-One: 1", "X-Two: two"};
+  const std::string address = server_.Url("/bytes/50000");
+  output_ = dir_ / "out.bin";
+  const std::string pathAndBody = output_ + '\0' + body;  // to a file, all of it is the body
+  ASSERT_EQ(Perform(url, address, 0, body.data(), body.size(), &lines), 0);
+  EXPECT_EQ(Received(url), Pattern(50000));
+  EXPECT_EQ(Perform(url, address, VURL::kToFile), VURL::kNoOutputPath);
+  EXPECT_EQ(url.GetDataSize(), 0u);  // emptied before the output was looked at
+  ASSERT_EQ(
+      url.PerformWithHeader(address, "X-Three: 3!", 10, pathAndBody.data(), pathAndBody.size(), 30,
+                            nullptr, nullptr, nullptr, nullptr, VURL::kToFile),
+      0);
+  EXPECT_EQ(FileContent(output_), Pattern(50000));
+  EXPECT_FALSE(LockedElsewhere(output_));
+  std::ofstream(output_, std::ios::app) << "stale tail";  // a GET into the file truncates it
+  ASSERT_EQ(url.PerformSimple(address, output_.c_str(), 0, 30, nullptr, nullptr, nullptr, nullptr,
+                              VURL::kToFile),
+            0);
+  EXPECT_EQ(FileContent(output_), Pattern(50000));
+  const std::vector<RequestSeen> seen = Seen();
+  ASSERT_EQ(seen.size(), 3u);
+  const std::set<std::string> expected[] = {
+      {"X-One: 1", "X-Two: two", "Content-Length: 2097152"},
+      {"X-Three: 3", "Expect: 100-continue", "Content-Type: application/binary"}};
+  for (int i = 0; i < 2; ++i) {
+    for (const std::string& line : expected[i]) EXPECT_EQ(seen[i].headers.count(line), 1u) << line;
+  }
+  EXPECT_EQ(seen[0].headers.count("Expect: 100-continue"), 0u);
+  EXPECT_TRUE(seen[0].body == body && seen[1].body == pathAndBody && seen[2].method == "GET");
+  EXPECT_TRUE(seen[1].outputLocked && seen[2].outputLocked);
+  // A full disk: a reply too short to leave the stdio buffer before the file is closed.
+  EXPECT_EQ(Perform(url, server_.Url("/"), VURL::kToFile, "/dev/full"), CURLE_WRITE_ERROR);
+  // Outputs that cannot be opened, also one another process holds a flock on, are left alone.
+  const std::string held = dir_.Write("held.txt", "keep me");
+  const int fd = ::open(held.c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  for (const std::string& path : {held, dir_ / "no/dir/out"}) {
+    EXPECT_EQ(Perform(url, address, VURL::kToFile, path.c_str()), VURL::kOutputNotOpened);
+  }
+  ::close(fd);
+  EXPECT_EQ(FileContent(held), "keep me");
+  EXPECT_EQ(Seen().size(), 4u);
+}
+
+TEST_F(VURLTest, WhenLibcurlCannotStartNothingIsSent) {
+  VURL url;
+  ASSERT_EQ(Get(url, server_.Url("/")), 0);
+  failEasy = true;
+  EXPECT_EQ(url.Post(server_.Url("/"), "x", 1, 30, nullptr, nullptr, nullptr, nullptr), 100);
+  failGlobal = true;
+  EXPECT_EQ(Get(url, server_.Url("/")), VURL::kInitFailed);
+  EXPECT_EQ(std::make_pair(url.GetResponseCode(), Seen().size()), std::make_pair(0, size_t{1}));
+}
+
+TEST(VURLTlsTest, PeersAreVerifiedOnlyWhenAskedAgainstTheGivenBundle) {
+  // A self-signed certificate for 127.0.0.1, made with openssl(1).
+  vantu::test::TempDir dir;
+  const std::string make =
+      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "
+      "/CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
+      (dir / "server.key") + " -out " + (dir / "server.pem") + " 2>/dev/null";
+  ASSERT_EQ(std::system(make.c_str()), 0);
+  vantu::test::HttpTestServer server(
+      [](HTTPServerRequest&, HTTPServerResponse& response) { response.send() << "secret"; },
+      Poco::Net::SecureServerSocket(
+          {"127.0.0.1", 0}, 64,
+          new Poco::Net::Context(Poco::Net::Context::TLS_SERVER_USE, dir / "server.key",
+                                 dir / "server.pem", "", Poco::Net::Context::VERIFY_NONE)),
+      "https");
+  VURL url;
+  const std::tuple<bool, std::string, int> cases[] = {
+      {false, dir / "none.pem", 0},  // the bundle is not consulted without verification
+      {true, dir / "none.pem", CURLE_SSL_CACERT_BADFILE},
+      {true, "", CURLE_PEER_FAILED_VERIFICATION},  // libcurl's own store does not know it
+      {true, dir / "server.pem", 0}};
+  for (const auto& [verify, bundle, result] : cases) {
+    url.SetVerifyPeer(verify);
+    url.SetCABundle(VPath(bundle));
+    EXPECT_EQ(Get(url, server.Url("/")), result) << verify << " " << bundle;
+    EXPECT_EQ(Received(url), result == 0 ? "secret" : "");
+  }
+}
+
+TEST(VURLLayoutTest, TransferOperationsTakeSlotsThreeToNine) {
+  // Entries: the destructor (slot 1) takes two; an appended operation comes right after slot 9,
+  // so the additions are not virtual.
+  using vantu::test::TableEntry;
+  EXPECT_EQ(std::vector<std::ptrdiff_t>(
+                {TableEntry(&VURL::GetClassName), TableEntry(&VURL::Clone), TableEntry(&VURL::Get),
+                 TableEntry(&VURL::Post), TableEntry(&VURL::Perform),
+                 TableEntry(&VURL::PerformWithHeader), TableEntry(&VURL::PerformSimple),
+                 TableEntry(&VURL::GetData), TableEntry(&VURL::GetDataSize),
+                 TableEntry(&vantu::test::Extended<VURL>::Appended)}),
+            (std::vector<std::ptrdiff_t>{0, 3, 4, 5, 6, 7, 8, 9, 10, 11}));
+}
+
+}  // namespace
