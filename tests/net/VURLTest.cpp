@@ -24,6 +24,7 @@
 #include <vantu/VURL.h>
 
 #include "internal/CurlGlobal.h"
+#include "internal/ReceiveBuffer.h"
 #include "support/HttpTestServer.h"
 #include "support/TempDir.h"
 #include "support/VTable.h"
@@ -348,6 +349,24 @@ TEST(VURLTlsTest, PeersAreVerifiedOnlyWhenAskedAgainstTheGivenBundle) {
     EXPECT_EQ(Get(url, server.Url("/")), result) << verify << " " << bundle;
     EXPECT_EQ(Received(url), result == 0 ? "secret" : "");
   }
+}
+
+// When growth fails, the held bytes are dropped for a fresh block of the rule's first size.
+TEST(ReceiveBufferTest, AFailedGrowthDropsTheHeldBytesForAFreshBlock) {
+  vantu::internal::ReceiveBuffer buffer(30000);  // no capacity above 30000 can be had
+  ASSERT_TRUE(buffer.Append(Pattern(20000).data(), 20000));
+  EXPECT_EQ(buffer.Capacity(), 20480u);
+  // 35000 would need 40960: the 20000 bytes are lost, the new ones get 20480.
+  const std::string fresh(15000, 'n');
+  ASSERT_TRUE(buffer.Append(fresh.data(), fresh.size()));
+  EXPECT_EQ(buffer.Capacity(), 20480u);
+  EXPECT_EQ(std::string(buffer.Data(), buffer.Length()), fresh);
+  // Neither 51200 nor the fallback's 30720 can be had: nothing is left.
+  EXPECT_FALSE(buffer.Append(Pattern(30000).data(), 30000));
+  EXPECT_EQ(buffer.Data(), nullptr);
+  EXPECT_EQ(buffer.Capacity(), 0u);
+  ASSERT_TRUE(buffer.Append("x", 1));
+  EXPECT_EQ(buffer.Capacity(), 10240u);
 }
 
 TEST(VURLLayoutTest, TransferOperationsTakeSlotsThreeToNine) {
