@@ -173,8 +173,8 @@ const OptionSpec kOptionSpecs[] = {
      "deleted (--delete, after a successful command), else moved to DIR/done/,\n"
      "or to DIR/failed/ when its command failed or could not start (a name\n"
      "taken there gets ~1, ~2... before its extension); a command cut short by a\n"
-     "stop of the tool leaves its file in DIR. So each file is handled exactly once while\n"
-     "instances run, at least once across crashes. Not with --group-folders",
+     "stop of the tool leaves its file in DIR. So each file is handled exactly once\n"
+     "while instances run, at least once across crashes. Not with --group-folders",
      nullptr,
      [](Options& o, const char* v) {
        if (*v == '\0') return Fail("--claim needs a directory");
