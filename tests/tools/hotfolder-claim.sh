@@ -3,27 +3,8 @@
 # instance killed half way and restarted loses nothing; a claim folder serves one instance; same
 # names never overwrite each other.
 set -eu
-tool="$1"
-work=$(mktemp -d)
-cleanup() {
-  for p in $(cat "$work"/*.pid 2>/dev/null); do kill -KILL "$p" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-cd "$work"
-fail() {
-  echo "hotfolder claim: $*" >&2
-  exit 1
-}
-# Polls a condition for up to $1 seconds.
-await() {
-  end=$(($(date +%s) + $1))
-  shift
-  until "$@"; do
-    [ "$(date +%s)" -lt $end ] || return 1
-    sleep 0.1
-  done
-}
+name="hotfolder claim"
+. "$(dirname "$0")/common.sh"
 recorded() { [ "$(wc -l <record)" -ge "$1" ]; }
 # The files in $1 and at the top of its claim folders, none in done/ or failed/.
 left() { find "$1" -type f ! -name .lock ! -path '*/done/*' ! -path '*/failed/*'; }

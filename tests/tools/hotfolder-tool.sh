@@ -3,27 +3,8 @@
 # options, exit statuses, odd names in JSON and NUL output, the commands' signal state, and
 # stopping on signals.
 set -eu
-tool="$1"
-work=$(mktemp -d)
-cleanup() {
-  for p in $(cat "$work"/*.pid 2>/dev/null); do kill -KILL "$p" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap cleanup EXIT
-cd "$work"
-fail() {
-  echo "hotfolder tool: $*" >&2
-  exit 1
-}
-# Polls a condition for up to 10 s.
-await() {
-  i=0
-  until "$@"; do
-    i=$((i + 1))
-    [ $i -lt 200 ] || return 1
-    sleep 0.05
-  done
-}
+name="hotfolder tool"
+. "$(dirname "$0")/common.sh"
 # Waits for the background tool $pid, killed after 10 s; sets rc.
 reap() {
   (sleep 10 && kill -KILL "$pid") >/dev/null 2>&1 &
@@ -134,9 +115,9 @@ for mode in gentle stubborn; do
   "$tool" --once --exec "$work/slow.sh" slow >"$mode.out" 2>&1 &
   pid=$!
   echo $pid >tool.pid
-  await test -s started || fail "$mode: no command started"
+  await 10 test -s started || fail "$mode: no command started"
   kill -TERM $pid
-  await grep -q term started || fail "$mode: the command did not receive SIGTERM"
+  await 10 grep -q term started || fail "$mode: the command did not receive SIGTERM"
   [ $mode = gentle ] || kill -TERM $pid
   reap
   [ $rc -eq 143 ] || fail "$mode: status $rc"
@@ -149,7 +130,7 @@ grep -q 'slow/.	exit 3' gentle.out || fail "the stopped command not reported"
 pid=$!
 echo $pid >tool.pid
 printf 'late' >inbox/late.txt
-await grep -q late.txt delivered || fail "late.txt not delivered"
+await 10 grep -q late.txt delivered || fail "late.txt not delivered"
 kill -TERM $pid
 reap
 [ $rc -eq 143 ] || fail "watching: status $rc"
