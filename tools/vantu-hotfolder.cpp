@@ -114,7 +114,7 @@ bool Words(const std::string& command, std::vector<std::string>& words) {
 // The options: each one's name, the name of its value (null when it takes none), its help text
 // (later lines indented), and either the flag it sets or what it does, which returns false
 // after saying what is wrong.
-struct OptionSpec {
+struct OptionEntry {
   const char* name;
   const char* value;
   const char* help;
@@ -122,7 +122,7 @@ struct OptionSpec {
   bool (*set)(Options& options, const char* value) = nullptr;
 };
 
-const OptionSpec kOptionSpecs[] = {
+const OptionEntry kOptionTable[] = {
     {"--recursive", nullptr, "also watch sub-directories", &Options::recursive},
     {"--group-folders", nullptr,
      "deliver each sub-directory as one unit (its path ends in \"/\"), at the\n"
@@ -271,11 +271,11 @@ const char kUsageTail[] =
 
 void PrintUsage(FILE* to) {
   std::fputs(kUsageHead, to);
-  for (const OptionSpec& spec : kOptionSpecs) {
-    std::string head = std::string("  ") + spec.name;
-    if (spec.value != nullptr) head += std::string(" ") + spec.value;
+  for (const OptionEntry& option : kOptionTable) {
+    std::string head = std::string("  ") + option.name;
+    if (option.value != nullptr) head += std::string(" ") + option.value;
     std::fprintf(to, "%-21s", head.c_str());
-    for (const char* c = spec.help; *c != '\0'; ++c) {
+    for (const char* c = option.help; *c != '\0'; ++c) {
       std::fputc(*c, to);
       if (*c == '\n') std::fputs("                     ", to);
     }
@@ -310,23 +310,23 @@ bool Parse(int argc, char** argv, Options& options) {
       std::exit(0);
     }
     if (arg.size() > 1 && arg[0] == '-') {
-      const OptionSpec* spec = nullptr;
-      for (const OptionSpec& s : kOptionSpecs) {
-        if (arg == s.name) spec = &s;
+      const OptionEntry* option = nullptr;
+      for (const OptionEntry& entry : kOptionTable) {
+        if (arg == entry.name) option = &entry;
       }
-      if (spec == nullptr) {
+      if (option == nullptr) {
         Fail("unknown option " + arg);
         PrintUsage(stderr);
         return false;
       }
       const char* value = nullptr;
-      if (spec->value != nullptr) {
+      if (option->value != nullptr) {
         if (i + 1 >= argc) return Fail(arg + " needs a value");
         value = argv[++i];
       }
-      if (spec->flag != nullptr) {
-        options.*spec->flag = true;
-      } else if (!spec->set(options, value)) {
+      if (option->flag != nullptr) {
+        options.*option->flag = true;
+      } else if (!option->set(options, value)) {
         return false;
       }
     } else if (!sawDirectory) {
