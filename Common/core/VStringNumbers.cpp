@@ -20,6 +20,10 @@
 
 #include <vantu/VString.h>
 
+#include "internal/Hex.h"
+
+using vantu::internal::HexDigitValue;
+
 namespace {
 
 using Poco::NumberFormatter;
@@ -28,13 +32,6 @@ using Poco::NumberParser;
 constexpr char kDecimalPoint = '.';
 constexpr char kThousands = ',';
 constexpr char kListSeparator = ',';
-
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
 void AppendHexByte(unsigned char byte, std::string& out) {
   static const char kDigits[] = "0123456789ABCDEF";
@@ -275,8 +272,8 @@ unsigned char VString::ToHexByte(uint32_t index) const {
   const size_t position = 2 * size_t{index};
   if (position + 2 > text_.size())
     throw std::out_of_range("VString::ToHexByte: index beyond the text");
-  const int high = HexDigit(text_[position]);
-  const int low = HexDigit(text_[position + 1]);
+  const int high = HexDigitValue(text_[position]);
+  const int low = HexDigitValue(text_[position + 1]);
   if (high < 0 || low < 0) ThrowSyntax(text_.substr(position, 2));
   return static_cast<unsigned char>(high << 4 | low);
 }
@@ -284,12 +281,12 @@ unsigned char VString::ToHexByte(uint32_t index) const {
 uint32_t VString::GetHex(unsigned char* buffer, uint32_t size) const {
   if (text_.size() % 2 != 0) return 0xFFFFFFFEu;
   for (char c : text_) {
-    if (HexDigit(c) < 0) return 0xFFFFFFFEu;
+    if (HexDigitValue(c) < 0) return 0xFFFFFFFEu;
   }
   if (text_.size() / 2 > size) return 0xFFFFFFFFu;
   for (size_t i = 0; i < text_.size() / 2; ++i) {
-    buffer[i] =
-        static_cast<unsigned char>(HexDigit(text_[2 * i]) << 4 | HexDigit(text_[2 * i + 1]));
+    buffer[i] = static_cast<unsigned char>(HexDigitValue(text_[2 * i]) << 4 |
+                                           HexDigitValue(text_[2 * i + 1]));
   }
   return 0;
 }

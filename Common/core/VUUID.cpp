@@ -7,7 +7,10 @@
 #include <cstring>
 #include <mutex>
 
+#include "internal/Hex.h"
 #include "platform/Platform.h"
+
+using vantu::internal::HexDigitValue;
 
 namespace {
 
@@ -54,13 +57,6 @@ V7State& SharedV7State() {
 
 constexpr int kCounterBits = 42;  // 12 bits after the version, 30 after the variant
 constexpr uint64_t kCounterMax = (uint64_t{1} << kCounterBits) - 1;
-
-int HexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 }  // namespace
 
@@ -146,8 +142,8 @@ VUUID VUUID::Parse(const VString& text) {
       if (bytes[i] != '-') throw VantuSyntaxException("Not a UUID: \"" + bytes + "\"");
       continue;
     }
-    const int high = HexValue(bytes[i]);
-    const int low = HexValue(bytes[i + 1]);
+    const int high = HexDigitValue(bytes[i]);
+    const int low = HexDigitValue(bytes[i + 1]);
     if (high < 0 || low < 0) throw VantuSyntaxException("Not a UUID: \"" + bytes + "\"");
     id.bytes_[out++] = static_cast<uint8_t>(high << 4 | low);
     ++i;

@@ -2,17 +2,9 @@
 
 #include <vantu/VException.h>
 
-namespace {
+#include "internal/Hex.h"
 
-// The value of a hexadecimal digit, or -1.
-int DigitValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-}  // namespace
+using vantu::internal::HexDigitValue;
 
 VHexBinaryCodec::VHexBinaryCodec() = default;
 VHexBinaryCodec::~VHexBinaryCodec() = default;
@@ -38,8 +30,8 @@ std::string VHexBinaryCodec::Decode(const char* text, size_t length) {
   }
   std::string bytes(length / 2, '\0');
   for (size_t i = 0; i < length; i += 2) {
-    const int high = DigitValue(text[i]);
-    const int low = DigitValue(text[i + 1]);
+    const int high = HexDigitValue(text[i]);
+    const int low = HexDigitValue(text[i + 1]);
     if (high < 0 || low < 0) {
       throw VantuDataException("Not a hexadecimal digit at offset " +
                                std::to_string(high < 0 ? i : i + 1));
