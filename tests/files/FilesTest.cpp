@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -403,22 +404,31 @@ TEST(VFileTest, AvailabilityOfHeldEmptyAndSpecialFilesAndShortcuts) {
 }
 
 // Another thread keeps exchanging the file for a FIFO, whose open for reading blocks until a
-// writer comes: the checksum must never wait for one. A child process sums the file until it
-// was summed at least once (a loaded machine may hold the swapper back); a blocked open leaves
-// it to its alarm.
+// writer comes: the checksum must never wait for one. The fork waits until the swapper is in its
+// loop, so the child inherits no lock a starting thread holds (the sanitizers' allocators take
+// some). The child sums the file for a second of attempts, at least until it was summed once (a
+// loaded machine may hold the swapper back); a blocked open leaves it to its alarm.
 TEST(FlatFilesTest, FileInfoNeverBlocksOnAFifoSwappedInForTheFile) {
   const TempDir dir;
   const std::string path = dir.Write("target", "123456789");
   const std::string fifo = dir / "fifo";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   std::atomic<bool> stop{false};
+  std::atomic<int> swaps{0};
   std::thread swapper([&] {
-    while (!stop) ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+    while (!stop) {
+      ::renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+      swaps.fetch_add(1, std::memory_order_relaxed);
+    }
   });
+  while (swaps.load() < 2) std::this_thread::yield();
   const bool finished = vantu::test::InChild([&] {
-    ::alarm(30);
+    ::alarm(60);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     int summed = 0;
-    for (int i = 0; i < 3000 || summed == 0; ++i) summed += Crc(path) == 0xCBF43926u;
+    while (summed == 0 || std::chrono::steady_clock::now() < until) {
+      summed += Crc(path) == 0xCBF43926u;
+    }
     return true;
   });
   stop = true;
