@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -168,8 +169,12 @@ struct FileStatus {
 };
 bool GetFileStatus(const std::string& path, bool follow, FileStatus& status);
 
-// Opens for reading (O_RDONLY, closed on exec).
+// Opens a regular file for reading (closed on exec). A directory fails with EISDIR; anything
+// else that is not a regular file (a FIFO, a device, a socket) fails at once, with an error of
+// NotRegularFileCategory, rather than blocking or reading without end.
 int OpenForReadingFd(const std::string& path);
+// Its message is "Not a regular file"; it compares equal to std::errc::invalid_argument.
+const std::error_category& NotRegularFileCategory();
 // Creates a new file for writing; fails if anything, a link included, already has the name.
 int CreateNewFile(const std::string& path, unsigned mode);
 // Reads up to `size` bytes at `offset` (fewer only at the end of the file); safe to call from

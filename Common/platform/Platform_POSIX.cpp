@@ -636,10 +636,30 @@ bool GetFileStatus(const std::string& path, bool follow, FileStatus& status) {
   return true;
 }
 
+const std::error_category& NotRegularFileCategory() {
+  struct Category : std::error_category {
+    const char* name() const noexcept override { return "vantu.file"; }
+    std::string message(int) const override { return "Not a regular file"; }
+    std::error_condition default_error_condition(int) const noexcept override {
+      return std::errc::invalid_argument;
+    }
+  };
+  static const Category category;
+  return category;
+}
+
 int OpenForReadingFd(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // Opened without blocking, so that a FIFO with no writer does not hold the caller, then
+  // checked on the descriptor itself, so that nothing swapped in for the name is read.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) ThrowErrno(path);
-  return fd;
+  Descriptor guard(fd);
+  struct stat info;
+  if (::fstat(fd, &info) != 0) ThrowErrno(path);
+  if (S_ISDIR(info.st_mode)) ThrowSystemError(EISDIR, path);
+  if (!S_ISREG(info.st_mode)) throw std::system_error(0, NotRegularFileCategory(), path);
+  if (::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) ThrowErrno(path);
+  return guard.release();
 }
 
 int CreateNewFile(const std::string& path, unsigned mode) {

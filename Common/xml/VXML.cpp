@@ -5,14 +5,18 @@
 #include <cstring>
 #include <functional>
 #include <istream>
+#include <limits>
 #include <memory>
 #include <ostream>
+#include <string>
+#include <system_error>
 
 #include <vantu/VErrorHandler.h>
 #include <vantu/VException.h>
 #include <vantu/VPath.h>
 
 #include "internal/StringAppender.h"
+#include "platform/Descriptor.h"
 #include "platform/Platform.h"
 
 namespace {
@@ -212,6 +216,42 @@ void WriteDocument(const pugi::xml_document& document, bool indent, bool declara
   }
 }
 
+// Loads the file at `path` into `document` through one descriptor, opened without blocking and
+// checked to be a regular file: a FIFO or device put in the file's place fails instead of
+// holding the caller. The bytes go to pugixml in one buffer it takes over.
+pugi::xml_parse_result LoadFile(pugi::xml_document& document, const std::string& path) {
+  namespace platform = vantu::platform;
+  void* buffer = nullptr;
+  const auto failure = [&buffer](pugi::xml_parse_status status) {
+    if (buffer != nullptr) pugi::get_memory_deallocation_function()(buffer);
+    pugi::xml_parse_result result;
+    result.status = status;
+    return result;
+  };
+  int fd = -1;
+  try {
+    fd = platform::OpenForReadingFd(path);
+  } catch (const std::system_error& error) {
+    const std::error_condition condition = error.code().default_error_condition();
+    if (condition == std::errc::is_a_directory || condition == std::errc::invalid_argument) {
+      throw VantuInvalidArgumentException(path + " is not a file");
+    }
+    return failure(pugi::status_file_not_found);
+  }
+  const platform::Descriptor file(fd);
+  size_t length = 0;
+  try {
+    const unsigned long long size = platform::GetFileSize(fd);
+    if (size >= std::numeric_limits<size_t>::max()) return failure(pugi::status_out_of_memory);
+    buffer = pugi::get_memory_allocation_function()(size > 0 ? static_cast<size_t>(size) : 1);
+    if (buffer == nullptr) return failure(pugi::status_out_of_memory);
+    length = platform::ReadAt(fd, buffer, static_cast<size_t>(size), 0);
+  } catch (const std::system_error&) {
+    return failure(pugi::status_io_error);
+  }
+  return document.load_buffer_inplace_own(buffer, length, kParseFlags, pugi::encoding_auto);
+}
+
 }  // namespace
 
 VXML::VXML() = default;
@@ -241,8 +281,7 @@ bool VXML::Load(const std::string& path, bool quiet) {
       throw VantuFileNotFoundException("File " + path + " not found");
     }
     Clear();
-    const pugi::xml_parse_result result =
-        Document().load_file(path.c_str(), kParseFlags, pugi::encoding_auto);
+    const pugi::xml_parse_result result = LoadFile(Document(), path);
     if (!result) {
       document_->reset();
       throw VantuXMLParseException(std::string(result.description()) +

@@ -1,5 +1,7 @@
 // The XML document: document-level operations, element operations, values and hostile input.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <vantu/VErrorHandler.h>
 #include <vantu/VXML.h>
@@ -65,6 +67,13 @@ TEST(VXMLTest, LoadReportsTheLibrarysTextsUnlessQuiet) {
                                                      "File " + (dir / "missing.xml") + " not found",
                                                      "Start-end tags mismatch Offset: 6"}));
   EXPECT_TRUE(xml.IsEmpty());
+  // A FIFO is no file: refused at once, in a child whose alarm ends a load that waits for a writer.
+  const std::string fifo = dir / "fifo.xml";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_TRUE(vantu::test::InChild([&] {
+    ::alarm(20);
+    return !xml.Load(fifo, false) && handler.texts.back() == fifo + " is not a file";
+  }));
   std::istringstream in("<a>");
   EXPECT_THROW(xml.Load(in), VantuXMLElementException);
   EXPECT_FALSE(xml.FromString("<a></b>"));

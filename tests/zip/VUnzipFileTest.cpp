@@ -2,6 +2,8 @@
 #include <vantu/VUnzipFile.h>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <filesystem>
@@ -244,6 +246,17 @@ TEST(VUnzipFileTest, DamagedArchivesThrowOurExceptionsNeverCrash) {
   EXPECT_THROW(VUnzipFile(dir / "missing.zip"), VantuFileNotFoundException);
   EXPECT_THROW(VUnzipFile(dir.Write("empty.zip", "")), VantuDataException);
   EXPECT_THROW(VUnzipFile(dir.Write("text.zip", std::string(100, 'z'))), VantuDataException);
+  const std::string fifo = dir / "fifo.zip";  // refused at once, not read until a writer comes
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_TRUE(vantu::test::InChild([&] {
+    ::alarm(20);
+    try {
+      VUnzipFile unzip(fifo);
+    } catch (const VantuIOException& error) {
+      return error.Message().find("Not a regular file") != std::string::npos;
+    }
+    return false;
+  }));
 
   const std::string bz2Text(  // 300 times "b", compressed with bzip2
       "BZh91AY&SY\x98u\xAC.\x00\x00\x02\x91\x00\x80 \x10\x00\x00\x08 \x00 \xAAmA\x98\xC5G\x8B"
