@@ -185,6 +185,20 @@ fault net-easy-leak Common/net/VURL.cpp vantu_net_tests \
   's/if \(easy != nullptr\) CurlEntries\(\).easyCleanup\(easy\);//'
 fault net-buffer-kept Common/net/VURL.cpp vantu_net_tests \
   's/state.received.Clear\(\);//'
+fault net-header-line-breaks Common/net/VURL.cpp vantu_net_tests \
+  's/find_first_of\("\\r\\n\\0", 0, 3\)/find_first_of("", 0, 0)/'
+fault net-any-scheme Common/net/VURL.cpp vantu_net_tests \
+  's/: nullptr;\n  curl_free/: "all";\n  curl_free/'
+fault net-https-redirects-to-http Common/net/VURL.cpp vantu_net_tests \
+  's/\(scheme, "https"\) \? "https"/(scheme, "https") ? "http,https"/'
+fault net-downgrade-in-chain Common/net/VURL.cpp vantu_net_tests \
+  's/self.downgraded = self.secure && !secure;/self.downgraded = false;/'
+fault net-body-not-rewound Common/net/VURL.cpp vantu_net_tests \
+  's/curl_easy_setopt\(easy, CURLOPT_SEEKFUNCTION, &Transfer::BlockSeeker\);//'
+fault net-cancel-only-on-data Common/net/VURL.cpp vantu_net_tests \
+  's/if \(state.cancel != nullptr\) \{  \/\/ also asked while nothing arrives/if (false) {/'
+fault net-no-error-buffer Common/net/VURL.cpp vantu_net_tests \
+  's/curl_easy_setopt\(easy, CURLOPT_ERRORBUFFER, errors\);//'
 
 filters=("$@")
 selected() {

@@ -11,20 +11,34 @@
 // status of 400 or more where that counts as failure, 28 for a time-out, 47 for more than 50
 // redirects...); 100 when libcurl cannot start; -2 when the cancel callback stopped the
 // transfer; -3 when Perform is asked for file output without a path; -4 when the output file
-// cannot be opened (or another process holds a flock on it). No operation throws for a transfer
-// failure; after a failed or cancelled memory transfer the buffer holds the bytes received before
-// the failure. Copying may throw std::bad_alloc.
+// cannot be opened (or another process holds a flock on it). The library refuses, before any
+// network use, an address whose scheme is not http or https with 1 (CURLE_UNSUPPORTED_PROTOCOL)
+// and a header line holding a CR, LF or NUL byte with 43 (CURLE_BAD_FUNCTION_ARGUMENT).
+// GetLastErrorText says in words why the last transfer failed. No operation throws for a
+// transfer failure; after a failed or cancelled memory transfer the buffer holds the bytes
+// received before the failure. Copying may throw std::bad_alloc.
 //
-// Peer certificates are not verified unless SetVerifyPeer(true) asks for it. Time-outs are in
-// seconds: 0xFFFFFFFF means none; 0 is libcurl's 0, which is none as well; libcurl's longest is
-// 2147483 s (24.8 days), which longer ones get.
+// Protocols: a transfer uses http and https only, for its first request and for every redirect
+// Perform follows; a redirect to another scheme (ftp, file, dict...) fails with 1 and connects
+// nowhere. A transfer never goes down from https to http: an https address may redirect to
+// https only, and once a redirect chain reached https no later request goes over http; such a
+// redirect fails with 1.
+//
+// Certificates: by default the server's certificate chain is not verified (a self-signed or
+// unknown issuer passes), but the host name of the address is always checked against the
+// certificate: a certificate for another name fails with 60 (CURLE_PEER_FAILED_VERIFICATION).
+// SetVerifyPeer(true) verifies the chain as well, against SetCABundle's file or libcurl's store.
+// Time-outs are in seconds: 0xFFFFFFFF means none; 0 is libcurl's 0, which is none as well;
+// libcurl's longest is 2147483 s (24.8 days), which longer ones get.
 //
 // Callbacks: the cancel callback is asked before each received chunk is stored (memory output)
 // and before each piece of a Post body is handed over, with (cancel user data, bytes, count, this
-// object); true stops the transfer with -2. The progress callback is told after each stored chunk
-// (done = bytes held, total = the buffer's capacity) and after each piece of a Post body
-// (done = bytes handed over, total = the block's size). Neither is consulted for Perform's file
-// output nor for Perform's request body.
+// object); it is also asked from libcurl's progress callback, with bytes and count 0, in every
+// transfer: often while data moves and about once a second while nothing does, so that a
+// stalled transfer can be stopped. True stops the transfer with -2. The progress callback is
+// told after each stored chunk (done = bytes held, total = the buffer's capacity) and after each
+// piece of a Post body (done = bytes handed over, total = the block's size); it is not told of
+// Perform's file output nor of Perform's request body.
 //
 // Thread safety: an object must not be used by two threads at once; different objects may run
 // transfers on different threads at the same time.
@@ -44,6 +58,7 @@
 #include <vantu/Export.h>
 #include <vantu/VBaseObject.h>
 #include <vantu/VPath.h>
+#include <vantu/VString.h>
 
 class VANTU_API VURL : public VBaseObject {
  public:
@@ -75,7 +90,8 @@ class VANTU_API VURL : public VBaseObject {
   virtual int Post(std::string url, const void* data, uint64_t size, uint32_t timeout,
                    CancelCallback cancel, void* cancelUserData, ProgressCallback progress,
                    void* progressUserData);
-  // Slot 5: a request following redirects (at most 50), with the header lines of `headers` (may
+  // Slot 5: a request following redirects (at most 50; a POST body is sent again after a 307 or
+  // 308), with the header lines of `headers` (may
   // be null) and one more: "Expect:" (no 100-continue handshake) for memory output,
   // "Content-Type: application/binary" for file output. With a non-null `dataOrPath` and a
   // non-zero `size` it is a POST of those `size` bytes. With kToFile, `dataOrPath` is also the
@@ -106,6 +122,10 @@ class VANTU_API VURL : public VBaseObject {
   void SetCABundle(const VPath& path);
   // The HTTP status of the last transfer's response; 0 when none was received.
   int GetResponseCode() const;
+  // Why the last transfer failed, in words: libcurl's own text of the failure (its error
+  // buffer, else the text of its code), or the library's text for its own codes and refusals.
+  // Empty after a success.
+  VString GetLastErrorText() const;
 
  private:
   struct State;

@@ -66,12 +66,13 @@ struct Watch {
   explicit Watch(VURL* url, size_t cancelAt = SIZE_MAX) : url(url), cancelAt(cancelAt) {}
   VURL* url;
   size_t cancelAt;
-  bool agree = true;           // bytes == count > 0 (element size 1) and the object, every time
-  std::vector<size_t> chunks;  // the byte count of each cancel call
+  bool agree = true;           // bytes == count (element size 1) and the object, every time
+  std::vector<size_t> chunks;  // the byte count of each cancel call for a chunk
   Pairs progress;
   static bool Cancel(void* data, size_t bytes, size_t count, VURL* url) {
     auto& watch = *static_cast<Watch*>(data);
-    watch.agree = watch.agree && bytes == count && count > 0 && url == watch.url;
+    watch.agree = watch.agree && bytes == count && url == watch.url;
+    if (count == 0) return false;  // asked from libcurl's progress callback
     watch.chunks.push_back(bytes);
     return watch.chunks.size() - 1 == watch.cancelAt;
   }
@@ -90,6 +91,7 @@ struct RequestSeen {
   std::set<std::string> headers;  // "Name: value"
   std::string body;
   bool outputLocked;  // the output file was locked while the request ran
+  std::string uri;
 };
 
 class VURLTest : public ::testing::Test {
@@ -113,7 +115,8 @@ class VURLTest : public ::testing::Test {
     return seen_;
   }
   void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
-    RequestSeen seen{request.getMethod(), {}, {}, !output_.empty() && LockedElsewhere(output_)};
+    const bool locked = !output_.empty() && LockedElsewhere(output_);
+    RequestSeen seen{request.getMethod(), {}, {}, locked, request.getURI()};
     for (const auto& header : request) seen.headers.insert(header.first + ": " + header.second);
     Poco::StreamCopier::copyToString(request.stream(), seen.body);
     {
@@ -126,6 +129,10 @@ class VURLTest : public ::testing::Test {
     } else if (path == "/missing") {
       response.setStatusAndReason(Poco::Net::HTTPResponse::HTTP_NOT_FOUND);
       response.send() << "missing";
+    } else if (path.rfind("/go/", 0) == 0) {  // "/go/<status>?<location>"
+      response.redirect(
+          path.substr(path.find('?') + 1),
+          static_cast<Poco::Net::HTTPResponse::HTTPStatus>(std::stoi(path.substr(4))));
     } else if (path == "/hop/0") {
       response.send() << "landed";
     } else if (path.rfind("/hop/", 0) == 0 || path == "/loop") {
@@ -195,47 +202,58 @@ TEST_F(VURLTest, EachChunkIsOfferedToCancelThenStoredAndReported) {
   }
 }
 
-// Twelve transfers at once, each on its own thread with its own object.
+// Fourteen transfers at once, each on its own thread with its own object.
 TEST_F(VURLConcurrencyTest, ResultsOfErrorsRedirectsCutsTimeOutsAndBadAddresses) {
   using Clock = std::chrono::steady_clock;
   constexpr uint32_t kGet = 0x100;  // Get rather than Perform with these flags
-  const std::tuple<uint32_t, uint32_t, std::string, int, std::string, int> cases[] = {
-      // flags, time-out, a path on the server or a whole address; result, body, status
-      {kGet, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404},
-      {0, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404},
-      {VURL::kKeepErrorBody, 30, "/missing", 0, "missing", 404},
-      {kGet, 30, "/hop/3", 0, "", 302},  // Get does not follow redirects; Perform does, up to 50
-      {0, 30, "/hop/3", 0, "landed", 200},
-      {0, 30, "/loop", CURLE_TOO_MANY_REDIRECTS, "", 302},
-      {kGet, 30, "/cut", CURLE_PARTIAL_FILE, Pattern(40000), 200},  // what arrived is kept
-      {kGet, 30, "nonsense://127.0.0.1/", CURLE_UNSUPPORTED_PROTOCOL, "", 0},
-      {0, 30, "http://127.0.0.1:99999/", CURLE_URL_MALFORMAT, "", 0},
+  // A server that takes connections (the system's backlog does) and never answers.
+  const Poco::Net::ServerSocket silent = vantu::test::HttpTestServer::Loopback();
+  const std::string silentUrl = "http://127.0.0.1:" + std::to_string(silent.address().port());
+  const std::tuple<uint32_t, uint32_t, std::string, int, std::string, int, std::string> cases[] = {
+      // flags, time-out, a path on the server or a whole address; result, body, status, a part
+      // of the error text (none: the text is empty)
+      {kGet, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404, "returned error: 404"},
+      {0, 30, "/missing", CURLE_HTTP_RETURNED_ERROR, "", 404, "returned error: 404"},
+      {VURL::kKeepErrorBody, 30, "/missing", 0, "missing", 404, ""},
+      {kGet, 30, "/hop/3", 0, "", 302, ""},  // Get does not follow redirects; Perform does
+      {0, 30, "/hop/3", 0, "landed", 200, ""},
+      {0, 30, "/loop", CURLE_TOO_MANY_REDIRECTS, "", 302, "(50) redirects"},
+      {kGet, 30, "/cut", CURLE_PARTIAL_FILE, Pattern(40000), 200, "60000 bytes remaining"},
+      {kGet, 30, "nonsense://127.0.0.1/", CURLE_UNSUPPORTED_PROTOCOL, "", 0, "http and https"},
+      {0, 30, "http://127.0.0.1:99999/", CURLE_URL_MALFORMAT, "", 0, "bad/illegal format"},
       // From a server that never ends: no time-out (either way) runs until cancelled at 2.5 s.
-      {kGet, 1, "/stall", CURLE_OPERATION_TIMEDOUT, "", 200},
-      {kGet, VURL::kNoTimeout, "/stall", VURL::kCancelled, "", 200},
-      {kGet, 0, "/stall", VURL::kCancelled, "", 200},
+      {kGet, 1, "/stall", CURLE_OPERATION_TIMEDOUT, "", 200, "timed out"},
+      {kGet, VURL::kNoTimeout, "/stall", VURL::kCancelled, "", 200, "cancel callback"},
+      {kGet, 0, "/stall", VURL::kCancelled, "", 200, "cancel callback"},
+      // From one that never answers, cancelled at 2.5 s long before the time-out.
+      {kGet, 60, silentUrl, VURL::kCancelled, "", 0, "cancel callback"},
+      {VURL::kToFile, 60, silentUrl, VURL::kCancelled, "", 0, "cancel callback"},
   };
   std::vector<std::thread> threads;
   for (const auto& c : cases) {
     threads.emplace_back([&, row = &c] {
-      const auto& [flags, timeout, where, result, body, status] = *row;
+      const auto& [flags, timeout, where, result, body, status, text] = *row;
+      const bool stalls = where == "/stall" || where == silentUrl;
       const Clock::time_point start = Clock::now();
       Clock::time_point cancel =
-          where == "/stall" ? start + std::chrono::milliseconds(2500) : Clock::time_point::max();
+          stalls ? start + std::chrono::milliseconds(2500) : Clock::time_point::max();
       auto late = [](void* end, size_t, size_t, VURL*) {
         return Clock::now() > *static_cast<Clock::time_point*>(end);
       };
       VURL url;
       const std::string address = where[0] == '/' ? server_.Url(where) : where;
+      const std::string output = dir_ / ("out" + std::to_string(row - cases));
       const int code = flags == kGet ? url.Get(address, timeout, late, &cancel, nullptr, nullptr)
-                                     : url.Perform(address, nullptr, nullptr, 0, timeout, late,
-                                                   &cancel, nullptr, nullptr, flags);
+                                     : url.Perform(address, nullptr, output.c_str(), 0, timeout,
+                                                   late, &cancel, nullptr, nullptr, flags);
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-      EXPECT_EQ(
-          std::make_tuple(code, where == "/stall" ? "" : Received(url), url.GetResponseCode()),
-          std::make_tuple(result, body, status))
-          << where << " flags " << flags << " time-out " << timeout;
-      EXPECT_GE(seconds, where != "/stall" ? 0 : timeout == 1 ? 0.9 : 2.5) << timeout;
+      const std::string said = url.GetLastErrorText().GetString();
+      EXPECT_EQ(std::make_tuple(code, stalls ? "" : Received(url), url.GetResponseCode(),
+                                said.find(text) != std::string::npos, said.empty()),
+                std::make_tuple(result, body, status, true, text.empty()))
+          << where << " flags " << flags << " time-out " << timeout << ": " << said;
+      EXPECT_GE(seconds, !stalls ? 0 : timeout == 1 ? 0.9 : 2.5) << timeout;
+      EXPECT_LT(seconds, 20) << where << " " << timeout;  // a cancel is heard within a second
     });
   }
   for (std::thread& thread : threads) thread.join();
@@ -306,6 +324,7 @@ TEST_F(VURLTest, PerformSendsTheLinesAndWritesToMemoryOrToAFileItLocks) {
   ASSERT_EQ(::flock(fd, LOCK_EX), 0);
   for (const std::string& path : {held, dir_ / "no/dir/out"}) {
     EXPECT_EQ(Perform(url, address, VURL::kToFile, path.c_str()), VURL::kOutputNotOpened);
+    EXPECT_NE(url.GetLastErrorText().GetString().find("output file"), std::string::npos);
   }
   ::close(fd);
   EXPECT_EQ(FileContent(held), "keep me");
@@ -319,35 +338,110 @@ TEST_F(VURLTest, WhenLibcurlCannotStartNothingIsSent) {
   EXPECT_EQ(url.Post(server_.Url("/"), "x", 1, 30, nullptr, nullptr, nullptr, nullptr), 100);
   failGlobal = true;
   EXPECT_EQ(Get(url, server_.Url("/")), VURL::kInitFailed);
+  EXPECT_EQ(url.GetLastErrorText().GetString(), "libcurl could not start");
   EXPECT_EQ(std::make_pair(url.GetResponseCode(), Seen().size()), std::make_pair(0, size_t{1}));
 }
 
-TEST(VURLTlsTest, PeersAreVerifiedOnlyWhenAskedAgainstTheGivenBundle) {
-  // A self-signed certificate for 127.0.0.1, made with openssl(1).
-  vantu::test::TempDir dir;
-  const std::string make =
-      "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "
-      "/CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
-      (dir / "server.key") + " -out " + (dir / "server.pem") + " 2>/dev/null";
-  ASSERT_EQ(std::system(make.c_str()), 0);
-  vantu::test::HttpTestServer server(
-      [](HTTPServerRequest&, HTTPServerResponse& response) { response.send() << "secret"; },
-      Poco::Net::SecureServerSocket(
-          {"127.0.0.1", 0}, 64,
-          new Poco::Net::Context(Poco::Net::Context::TLS_SERVER_USE, dir / "server.key",
-                                 dir / "server.pem", "", Poco::Net::Context::VERIFY_NONE)),
-      "https");
+// The fixture's handler also behind https, with a self-signed certificate for 127.0.0.1 made
+// with openssl(1).
+class VURLTlsTest : public VURLTest {
+ protected:
+  void SetUp() override {
+    VURLTest::SetUp();
+    const std::string make =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "
+        "/CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
+        (dir_ / "server.key") + " -out " + (dir_ / "server.pem") + " 2>/dev/null";
+    ASSERT_EQ(std::system(make.c_str()), 0);
+    tls_ = std::make_unique<vantu::test::HttpTestServer>(
+        [this](HTTPServerRequest& request, HTTPServerResponse& response) {
+          Serve(request, response);
+        },
+        Poco::Net::SecureServerSocket(
+            {"127.0.0.1", 0}, 64,
+            new Poco::Net::Context(Poco::Net::Context::TLS_SERVER_USE, dir_ / "server.key",
+                                   dir_ / "server.pem", "", Poco::Net::Context::VERIFY_NONE)),
+        "https");
+  }
+  void TearDown() override {
+    tls_.reset();
+    VURLTest::TearDown();
+  }
+  std::unique_ptr<vantu::test::HttpTestServer> tls_;
+};
+
+TEST_F(VURLTlsTest, ChainsAreVerifiedOnlyWhenAskedAndHostNamesAlways) {
   VURL url;
-  const std::tuple<bool, std::string, int> cases[] = {
-      {false, dir / "none.pem", 0},  // the bundle is not consulted without verification
-      {true, dir / "none.pem", CURLE_SSL_CACERT_BADFILE},
-      {true, "", CURLE_PEER_FAILED_VERIFICATION},  // libcurl's own store does not know it
-      {true, dir / "server.pem", 0}};
-  for (const auto& [verify, bundle, result] : cases) {
+  const std::tuple<bool, std::string, std::string, int, std::string> cases[] = {
+      // verify, bundle, host; result, a part of the error text
+      {false, dir_ / "none.pem", "127.0.0.1", 0, ""},  // the bundle is not consulted
+      {false, "", "localhost", CURLE_PEER_FAILED_VERIFICATION, "'localhost'"},
+      {true, dir_ / "none.pem", "127.0.0.1", CURLE_SSL_CACERT_BADFILE, "none.pem"},
+      {true, "", "127.0.0.1", CURLE_PEER_FAILED_VERIFICATION,
+       "self-signed"},  // not in libcurl's store
+      {true, dir_ / "server.pem", "127.0.0.1", 0, ""}};
+  for (const auto& [verify, bundle, host, result, text] : cases) {
     url.SetVerifyPeer(verify);
     url.SetCABundle(VPath(bundle));
-    EXPECT_EQ(Get(url, server.Url("/")), result) << verify << " " << bundle;
-    EXPECT_EQ(Received(url), result == 0 ? "secret" : "");
+    std::string address = tls_->Url("/");
+    address.replace(address.find("127.0.0.1"), 9, host);
+    EXPECT_EQ(Get(url, address), result) << verify << " " << bundle << " " << host;
+    const std::string said = url.GetLastErrorText().GetString();
+    EXPECT_TRUE(said.find(text) != std::string::npos && said.empty() == text.empty()) << said;
+    EXPECT_EQ(Received(url), result == 0 ? "answer to /" : "");
+  }
+}
+
+// Refused before any connection: other schemes and header lines with CR, LF or NUL. Followed:
+// 307 and 308 with the body sent again; redirects to http or https only, never down from https.
+TEST_F(VURLTlsTest, RefusesOtherSchemesDowngradesAndBrokenHeaderLines) {
+  const std::string body = Pattern(100000), http = server_.Url(""), https = tls_->Url("");
+  const std::string refused = "only http and https", broken = "CR, LF or NUL";
+  const std::tuple<bool, std::string, std::string, int, std::string, size_t> cases[] = {
+      // Get or Perform (with the body), the address ("{L}": a listener that must see no
+      // connection), a header line; result, a part of the error text, requests that arrive
+      {true, "file:///etc/hostname", "", CURLE_UNSUPPORTED_PROTOCOL, refused, 0},
+      {true, "dict://{L}/d", "", CURLE_UNSUPPORTED_PROTOCOL, refused, 0},
+      {false, "http://{L}/", "X-A: 1\r\nX-B: 2", CURLE_BAD_FUNCTION_ARGUMENT, broken, 0},
+      {false, "http://{L}/", "X-A: 1\nX-B: 2", CURLE_BAD_FUNCTION_ARGUMENT, broken, 0},
+      {false, "http://{L}/", "X-A: 1\r", CURLE_BAD_FUNCTION_ARGUMENT, broken, 0},
+      {false, "http://{L}/", std::string("X-A: 1\0X-B: 2", 13), CURLE_BAD_FUNCTION_ARGUMENT, broken,
+       0},
+      {false, http + "/go/302?ftp://{L}/f", "", CURLE_UNSUPPORTED_PROTOCOL, "\"ftp\"", 1},
+      {false, http + "/go/302?file:///etc/hostname", "", CURLE_UNSUPPORTED_PROTOCOL, "\"file\"", 1},
+      {false, https + "/go/302?http://{L}/go/302?" + https + "/bytes/5", "",
+       CURLE_UNSUPPORTED_PROTOCOL, "\"http\"", 1},
+      {false, http + "/go/302?" + https + "/go/302?" + http + "/bytes/5", "",
+       CURLE_UNSUPPORTED_PROTOCOL, "https to http", 2},
+      {false, http + "/go/307?/bytes/5", "", 0, "", 2},
+      {false, http + "/go/308?/bytes/5", "", 0, "", 2},
+      {false, https + "/go/308?/bytes/5", "", 0, "", 2},
+  };
+  for (const auto& [get, where, header, result, text, requests] : cases) {
+    const Poco::Net::ServerSocket listener = vantu::test::HttpTestServer::Loopback();
+    std::string address = where;
+    const size_t at = address.find("{L}");
+    if (at != std::string::npos) {
+      address.replace(at, 3, "127.0.0.1:" + std::to_string(listener.address().port()));
+    }
+    const size_t before = Seen().size();
+    VURL url;
+    const int code =
+        get ? url.Get(address, 5, nullptr, nullptr, nullptr, nullptr)
+            : url.PerformWithHeader(address, header.data(), header.size(), body.data(), body.size(),
+                                    5, nullptr, nullptr, nullptr, nullptr, 0);
+    const std::string said = url.GetLastErrorText().GetString();
+    const std::vector<RequestSeen> seen = Seen();
+    EXPECT_EQ(
+        std::make_tuple(code, said.find(text) != std::string::npos, said.empty(),
+                        seen.size() - before, Received(url),
+                        listener.poll(Poco::Timespan(0), Poco::Net::Socket::SELECT_READ)),
+        std::make_tuple(result, true, text.empty(), requests, result == 0 ? Pattern(5) : "", false))
+        << address << " " << said;
+    if (result == 0) {  // the body arrived again at the second location
+      EXPECT_TRUE(seen.back().uri == "/bytes/5" && seen.back().method == "POST" &&
+                  seen.back().body == body);
+    }
   }
 }
 
