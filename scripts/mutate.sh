@@ -63,10 +63,10 @@ fault zip-absolute-name Common/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(!name.empty\(\) && name\[0\] == .\/.\) return refuse\("absolute"\);//'
 fault zip-link-climbs-late Common/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(part == "\.\." && descended\) return false;//'
-fault zip-link-real-folder Common/zip/VUnzipFile.cpp vantu_zip_tests \
-  's/ \|\| !target.LinkStaysInside\(folder, link\)//'
-fault zip-folder-link-out Common/zip/VUnzipFile.cpp vantu_zip_tests \
-  's/if \(!Inside\(real\)\) \{/if (false) {/'
+fault zip-folder-follows-links Common/platform/Platform_POSIX.cpp vantu_zip_tests \
+  's/O_RDONLY \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC\);/O_RDONLY | O_DIRECTORY | O_CLOEXEC);/'
+fault zip-dot-entry Common/internal/ZipFormat.cpp vantu_zip_tests \
+  's/if \(name.empty\(\)\) return refuse\("empty"\);/if (components.empty()) return refuse("empty");/'
 fault zip64-offset Common/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(offset32 == 0xFFFFFFFF\) next\(record.localOffset\);/if (offset32 == 0xFFFFFFFF) (void)0;/'
 fault zip-shared-bytes Common/internal/ZipFormat.cpp vantu_zip_tests \

@@ -307,7 +307,7 @@ std::vector<std::string> SafeNameComponents(const std::string& name) {
     }
     components.push_back(std::move(part));
   }
-  if (components.empty()) return refuse("empty");
+  if (name.empty()) return refuse("empty");
   return components;
 }
 

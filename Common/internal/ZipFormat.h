@@ -76,12 +76,11 @@ uint64_t LocateEntryData(const ArchiveFile& file, const ZipRecord& record);
 // Splits an entry name into the components of a relative path, dropping empty and "." ones.
 // Throws VantuDataException naming the reason for names that would leave the target folder or
 // that no file system here can hold: absolute names, ".." components, drive letters, "\"
-// separators and NUL bytes.
+// separators and NUL bytes. A name of "." components only ("./") yields none: the folder itself.
 std::vector<std::string> SafeNameComponents(const std::string& name);
 // Whether a symbolic link stored at `linkComponents` with text `target` stays inside the
 // folder by its text alone: relative, its ".." components all leading and never climbing above
-// the folder. (Where links among the components make the link's folder shallower than its
-// name, the extraction checks the climb on the disk too.)
+// the folder. (Extraction never passes through a link, so the name's depth is the real one.)
 bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
                            const std::string& target);
 

@@ -85,6 +85,7 @@ std::string ArchiveName(const VString& text, bool directory) {
   } catch (const VantuDataException& error) {
     throw VantuInvalidArgumentException(error.Message());
   }
+  if (parts.empty()) throw VantuInvalidArgumentException("Empty name: \"" + PathBytes(text) + "\"");
   std::string name;
   for (const std::string& part : parts) name += part + "/";
   if (!directory) name.pop_back();
