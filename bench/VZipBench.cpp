@@ -195,7 +195,19 @@ BENCHMARK(BM_Next_Mt19937_64);
 BENCHMARK(BM_VUUID_V4);
 BENCHMARK(BM_VUUID_V7);
 
+// For bench/zip64-interop.sh: `vantu_zip_bench --write ARCHIVE COUNT [FILE...]` writes an
+// archive of COUNT one-byte entries followed by the files (deflate) with VZipFile, and exits.
+int WriteArchive(int argc, char** argv) {
+  VZipFile zip(argv[2]);
+  const long count = std::atol(argv[3]);
+  for (long i = 0; i < count; ++i) zip.AddBuffer("x", 1, "n/" + std::to_string(i));
+  for (int i = 4; i < argc; ++i) zip.AddFile(argv[i]);
+  zip.Close();
+  return 0;
+}
+
 int main(int argc, char** argv) {
+  if (argc >= 4 && std::string(argv[1]) == "--write") return WriteArchive(argc, argv);
   std::ifstream load("/proc/loadavg");
   std::string average;
   std::getline(load, average);

@@ -366,6 +366,58 @@ std::string ExtendedTimestampField(long long epochSeconds) {
   return field;
 }
 
+void AddZip64EndRecords(const std::string& path) {
+  uint64_t endOffset = 0;
+  unsigned char end[kEndSize];
+  uint64_t count = 0;
+  {
+    const ArchiveFile file(path);
+    if (file.Size() < kEndSize) Corrupt("no end of central directory");
+    endOffset = file.Size() - kEndSize;
+    file.Read(end, kEndSize, endOffset);
+    if (Get32(end) != kEndSignature || Get16(end + 20) != 0) Corrupt("no end of central directory");
+    if (Get16(end + 10) != 0xFFFF) return;
+    unsigned char locator[kEnd64LocatorSize];
+    if (endOffset >= kEnd64LocatorSize) {
+      file.Read(locator, sizeof(locator), endOffset - kEnd64LocatorSize);
+      if (Get32(locator) == kEnd64LocatorSignature) return;
+    }
+    // The classic record holds 65,535 at most: count the records themselves.
+    std::vector<unsigned char> directory(Get32(end + 12));
+    file.Read(directory.data(), directory.size(), Get32(end + 16));
+    for (size_t at = 0; at < directory.size(); ++count) {
+      if (directory.size() - at < kCentralHeaderSize ||
+          Get32(&directory[at]) != kCentralSignature) {
+        Corrupt("bad central directory record");
+      }
+      at += kCentralHeaderSize + Get16(&directory[at + 28]) + Get16(&directory[at + 30]) +
+            Get16(&directory[at + 32]);
+    }
+  }
+  std::string tail;
+  auto put = [&tail](uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) tail.push_back(static_cast<char>(value >> (8 * i)));
+  };
+  put(kEnd64Signature, 4);
+  put(kEnd64Size - 12, 8);  // the size of the rest of the record
+  put(45, 2);               // made by and needed: version 4.5, the first with ZIP64
+  put(45, 2);
+  put(0, 8);  // this disk and the directory's disk
+  put(count, 8);
+  put(count, 8);
+  put(Get32(end + 12), 8);
+  put(Get32(end + 16), 8);
+  put(kEnd64LocatorSignature, 4);
+  put(0, 4);
+  put(endOffset, 8);
+  put(1, 4);  // disks in all
+  tail.append(reinterpret_cast<const char*>(end), kEndSize);
+  std::fstream stream(path, std::ios::in | std::ios::out | std::ios::binary);
+  stream.seekp(static_cast<std::streamoff>(endOffset)).write(tail.data(), tail.size());
+  stream.close();
+  if (!stream) throw VantuIOException("Cannot write the archive \"" + path + "\"");
+}
+
 void PatchEntryMethods(const std::string& path, const std::vector<std::string>& names,
                        uint16_t method) {
   if (names.empty()) return;

@@ -90,6 +90,11 @@ long long SecondsFromDosTime(uint32_t dosTime);
 // The "UT" extra field holding a modification time, as written in both headers.
 std::string ExtendedTimestampField(long long epochSeconds);
 
+// Completes a closed archive whose classic end record holds 65,535 entries (the writer's
+// most) without a ZIP64 end record: adds the ZIP64 end record and its locator with the real
+// number of entries. Throws VantuDataException or VantuIOException.
+void AddZip64EndRecords(const std::string& path);
+
 // Sets the method number of the named entries in a closed archive, in their local headers and
 // central records (for methods the archive writer does not know by number).
 void PatchEntryMethods(const std::string& path, const std::vector<std::string>& names,

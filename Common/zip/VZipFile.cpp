@@ -157,6 +157,8 @@ class VZipFile::Impl {
     try {
       if (broken_) throw VantuIOException("The archive \"" + final_ + "\" was not completed");
       if (rc != ZIP_OK) throw VantuIOException("Cannot write the archive \"" + final_ + "\"");
+      // The archive writer's end record counts 65,535 entries at most.
+      AddZip64EndRecords(temp_);
       PatchEntryMethods(temp_, zstdNames_, kZipZstd);
       platform::RenamePath(temp_, final_);
     } catch (const std::system_error& error) {

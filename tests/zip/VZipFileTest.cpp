@@ -72,6 +72,23 @@ TEST(VZipFileTest, RoundTripsTreesWithEveryWriteMethodAndOtherToolsReadThem) {
   }
 }
 
+TEST(VZipFileTest, ArchivesOfManyEntriesCarryZip64EndRecordsOtherToolsRead) {
+  TempDir dir;
+  const std::string archive = dir / "many.zip";
+  VZipFile zip(archive);
+  zip.SetMethod(VZipMethod::Store);
+  for (int i = 0; i < 70000; ++i) zip.AddBuffer("x", 1, std::to_string(i));
+  zip.Close();
+  EXPECT_EQ(VUnzipFile(archive).GetEntryCount(), 70000u);
+  std::string output;
+  EXPECT_EQ(Shell("unzip -tq " + archive, &output), 0) << output;
+  EXPECT_EQ(Shell("bsdtar -tf " + archive + " | wc -l", &output), 0);
+  EXPECT_EQ(output, "70000\n");
+  const char* kCount = "import sys, zipfile; print(len(zipfile.ZipFile(sys.argv[1]).namelist()))";
+  EXPECT_EQ(Python(kCount, archive, &output), 0);
+  EXPECT_EQ(output, "70000\n");
+}
+
 TEST(VZipFileTest, AppendsToAnArchiveOfAnotherTool) {
   TempDir dir;
   dir.Write("one.txt", "first");
