@@ -57,19 +57,6 @@ const char16_t kCodePage437[128] = {
     0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
 };
 
-bool IsValidUtf8(const std::string& text) {
-  const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  utf8proc_ssize_t left = static_cast<utf8proc_ssize_t>(text.size());
-  while (left > 0) {
-    utf8proc_int32_t code;
-    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &code);
-    if (n <= 0) return false;
-    p += n;
-    left -= n;
-  }
-  return true;
-}
-
 std::string FromCodePage437(const std::string& bytes) {
   std::u16string wide;
   for (unsigned char c : bytes) wide.push_back(c < 0x80 ? c : kCodePage437[c - 0x80]);
@@ -99,7 +86,11 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
       if (compressed32 == 0xFFFFFFFF) next(record.compressedSize);
       if (offset32 == 0xFFFFFFFF) next(record.localOffset);
     } else if (tag == 0x5455 && length >= 5 && (data[0] & 1)) {
-      record.modifiedSeconds = Get32(data + 1);
+      // A signed 32-bit time; where the MS-DOS time says 2038 or later, an unsigned one.
+      const uint32_t time = Get32(data + 1);
+      record.modifiedSeconds = record.modifiedSeconds < 0x7FFFFFFF
+                                   ? static_cast<long long>(static_cast<int32_t>(time))
+                                   : static_cast<long long>(time);
     } else if (tag == 0x7075 && length >= 5 && data[0] == 1) {
       const uint32_t nameCrc = Get32(data + 1);
       const auto crc = static_cast<uint32_t>(crc32(
@@ -112,6 +103,19 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
 }
 
 }  // namespace
+
+bool IsValidUtf8(const std::string& text) {
+  const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  utf8proc_ssize_t left = static_cast<utf8proc_ssize_t>(text.size());
+  while (left > 0) {
+    utf8proc_int32_t code;
+    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &code);
+    if (n <= 0) return false;
+    p += n;
+    left -= n;
+  }
+  return true;
+}
 
 ArchiveFile::ArchiveFile(const std::string& path)
     : fd_(platform::OpenForReadingFd(path)), size_(0) {
@@ -360,7 +364,8 @@ long long SecondsFromDosTime(uint32_t dosTime) {
 }
 
 std::string ExtendedTimestampField(long long epochSeconds) {
-  const auto value = static_cast<uint32_t>(std::clamp<long long>(epochSeconds, 0, 0xFFFFFFFFLL));
+  const auto value =
+      static_cast<uint32_t>(std::clamp<long long>(epochSeconds, INT32_MIN, 0xFFFFFFFFLL));
   std::string field("\x55\x54\x05\x00\x01", 5);
   for (int i = 0; i < 4; ++i) field.push_back(static_cast<char>(value >> (8 * i)));
   return field;

@@ -84,10 +84,13 @@ std::vector<std::string> SafeNameComponents(const std::string& name);
 bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
                            const std::string& target);
 
+bool IsValidUtf8(const std::string& text);
+
 // MS-DOS date and time (date in the upper 16 bits) of a local time, clamped to 1980-2107.
 uint32_t DosTimeFromSeconds(long long epochSeconds);
 long long SecondsFromDosTime(uint32_t dosTime);
-// The "UT" extra field holding a modification time, as written in both headers.
+// The "UT" extra field holding a modification time, as written in both headers: a signed
+// 32-bit time (before 1970 too), or an unsigned one from 2038 on, as the MS-DOS time tells.
 std::string ExtendedTimestampField(long long epochSeconds);
 
 // Completes a closed archive whose classic end record holds 65,535 entries (the writer's
