@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # ZIP64 interoperability of VZipFile's archives: one of 70,000 entries, and one holding an
-# entry of 4 GiB + 1 MiB (a sparse input, so the disk holds little) followed by a small entry
-# whose offset is past 4 GiB. Each is checked by `unzip -t`, `bsdtar -t` and Python's zipfile
+# entry of 4 GiB + 1 MiB (a sparse input, so the disk holds little; deflated, so the archive
+# stays small) and a small entry. Each is checked by `unzip -t`, `bsdtar -t` and Python's zipfile
 # (testzip reads every entry and checks its CRC), and listed by our own reader.
 #   bench/zip64-interop.sh [BUILD_DIR]      # default: build (needs the vantu_zip_bench target)
 # Takes a few minutes: the tools decompress the 4 GiB entry. Exits non-zero on any failure.

@@ -3,7 +3,6 @@
 #include <vantu/VException.h>
 
 #include <Poco/DateTime.h>
-#include <Poco/LocalDateTime.h>
 #include <Poco/Timestamp.h>
 #include <utf8proc.h>
 #include <zlib.h>
@@ -342,7 +341,8 @@ bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
 }
 
 uint32_t DosTimeFromSeconds(long long epochSeconds) {
-  Poco::LocalDateTime local(Poco::Timestamp::fromEpochTime(static_cast<std::time_t>(epochSeconds)));
+  const Poco::DateTime local(Poco::Timestamp::fromEpochTime(
+      static_cast<std::time_t>(epochSeconds + platform::LocalTimeOffset(epochSeconds))));
   if (local.year() < 1980) return (1 << 16) | (1 << 21);  // 1980-01-01 00:00
   if (local.year() > 2107) return 0xFF9FBF7D;             // 2107-12-31 23:59:58
   const uint32_t date =
@@ -360,7 +360,10 @@ long long SecondsFromDosTime(uint32_t dosTime) {
   const int hour = std::min(static_cast<int>(dosTime >> 11 & 0x1F), 23);
   const int minute = std::min(static_cast<int>(dosTime >> 5 & 0x3F), 59);
   const int second = std::min(static_cast<int>(dosTime & 0x1F) * 2, 59);
-  return Poco::LocalDateTime(year, month, day, hour, minute, second).timestamp().epochTime();
+  // The local time read as UTC, less the zone's offset at (about) that instant.
+  const long long asUtc =
+      Poco::DateTime(year, month, day, hour, minute, second).timestamp().epochTime();
+  return asUtc - platform::LocalTimeOffset(asUtc - platform::LocalTimeOffset(asUtc));
 }
 
 std::string ExtendedTimestampField(long long epochSeconds) {

@@ -210,6 +210,9 @@ void RenameAt(int dirFd, const std::string& from, const std::string& to);
 bool RemoveAt(int dirFd, const std::string& name) noexcept;
 // Sets the modification time of `name` in `dirFd` without following a symbolic link.
 void SetTimeAt(int dirFd, const std::string& name, long long modifiedSeconds);
+// Seconds by which local time is ahead of UTC at that instant. The time zone is read once per
+// process, on the first call; no call after that touches the file system.
+long LocalTimeOffset(long long epochSeconds);
 // The path with every link resolved (realpath): throws std::system_error when it cannot be, or
 // reports false.
 std::string RealPath(const std::string& path);

@@ -26,6 +26,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <set>
 #include <string>
@@ -768,6 +769,16 @@ void SetTimeAt(int dirFd, const std::string& name, long long modifiedSeconds) {
   const struct timespec times[2] = {{static_cast<time_t>(modifiedSeconds), 0},
                                     {static_cast<time_t>(modifiedSeconds), 0}};
   if (::utimensat(dirFd, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) ThrowErrno(name);
+}
+
+long LocalTimeOffset(long long epochSeconds) {
+  // localtime_r does not look at the zone again once tzset has read it (localtime and mktime
+  // do, with a stat of /etc/localtime each time).
+  static std::once_flag once;
+  std::call_once(once, [] { ::tzset(); });
+  const time_t time = static_cast<time_t>(epochSeconds);
+  struct tm local;
+  return ::localtime_r(&time, &local) != nullptr ? local.tm_gmtoff : 0;
 }
 
 bool RealPath(const std::string& path, std::string& resolved) {
