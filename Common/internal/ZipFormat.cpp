@@ -101,6 +101,23 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
   }
 }
 
+// Where the end of central directory record starts: in the last 22 + 65535 bytes (its comment
+// holds at most 65535), the last signature whose comment fits.
+uint64_t FindEndRecord(const ArchiveFile& file) {
+  const uint64_t fileSize = file.Size();
+  if (fileSize < kEndSize) throw VantuDataException("Not a zip archive (too short)");
+  const size_t tailSize = static_cast<size_t>(std::min<uint64_t>(fileSize, kEndSize + 0xFFFF));
+  std::vector<unsigned char> tail(tailSize);
+  const uint64_t tailStart = fileSize - tailSize;
+  file.Read(tail.data(), tailSize, tailStart);
+  for (size_t i = tailSize - kEndSize + 1; i-- > 0;) {
+    if (Get32(&tail[i]) == kEndSignature && Get16(&tail[i + 20]) <= tailSize - kEndSize - i) {
+      return tailStart + i;
+    }
+  }
+  throw VantuDataException("Not a zip archive (no end of central directory)");
+}
+
 }  // namespace
 
 bool IsValidUtf8(const std::string& text) {
@@ -159,24 +176,9 @@ unsigned ZipRecord::UnixMode() const {
 }
 
 std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
-  const uint64_t fileSize = file.Size();
-  if (fileSize < kEndSize) throw VantuDataException("Not a zip archive (too short)");
-
-  // The end record sits in the last 22 + 65535 bytes (its comment is at most 65535 bytes).
-  const size_t tailSize = static_cast<size_t>(std::min<uint64_t>(fileSize, kEndSize + 0xFFFF));
-  std::vector<unsigned char> tail(tailSize);
-  const uint64_t tailStart = fileSize - tailSize;
-  file.Read(tail.data(), tailSize, tailStart);
-  size_t end = tailSize;
-  for (size_t i = tailSize - kEndSize + 1; i-- > 0;) {
-    if (Get32(&tail[i]) == kEndSignature && Get16(&tail[i + 20]) <= tailSize - kEndSize - i) {
-      end = i;
-      break;
-    }
-  }
-  if (end == tailSize) throw VantuDataException("Not a zip archive (no end of central directory)");
-  const unsigned char* e = &tail[end];
-  const uint64_t endOffset = tailStart + end;
+  const uint64_t endOffset = FindEndRecord(file);
+  unsigned char e[kEndSize];
+  file.Read(e, kEndSize, endOffset);
   if (Get16(e + 4) != 0 || Get16(e + 6) != 0) {
     throw VantuDataException("Archives split over several disks are not supported");
   }
@@ -376,23 +378,22 @@ std::string ExtendedTimestampField(long long epochSeconds) {
 
 void AddZip64EndRecords(const std::string& path) {
   uint64_t endOffset = 0;
-  unsigned char end[kEndSize];
+  std::vector<unsigned char> end;  // the end record with its comment
   uint64_t count = 0;
   {
     const ArchiveFile file(path);
-    if (file.Size() < kEndSize) Corrupt("no end of central directory");
-    endOffset = file.Size() - kEndSize;
-    file.Read(end, kEndSize, endOffset);
-    if (Get32(end) != kEndSignature || Get16(end + 20) != 0) Corrupt("no end of central directory");
-    if (Get16(end + 10) != 0xFFFF) return;
+    endOffset = FindEndRecord(file);
+    end.resize(static_cast<size_t>(file.Size() - endOffset));
+    file.Read(end.data(), end.size(), endOffset);
+    if (Get16(&end[10]) != 0xFFFF) return;
     unsigned char locator[kEnd64LocatorSize];
     if (endOffset >= kEnd64LocatorSize) {
       file.Read(locator, sizeof(locator), endOffset - kEnd64LocatorSize);
       if (Get32(locator) == kEnd64LocatorSignature) return;
     }
     // The classic record holds 65,535 at most: count the records themselves.
-    std::vector<unsigned char> directory(Get32(end + 12));
-    file.Read(directory.data(), directory.size(), Get32(end + 16));
+    std::vector<unsigned char> directory(Get32(&end[12]));
+    file.Read(directory.data(), directory.size(), Get32(&end[16]));
     for (size_t at = 0; at < directory.size(); ++count) {
       if (directory.size() - at < kCentralHeaderSize ||
           Get32(&directory[at]) != kCentralSignature) {
@@ -413,13 +414,13 @@ void AddZip64EndRecords(const std::string& path) {
   put(0, 8);  // this disk and the directory's disk
   put(count, 8);
   put(count, 8);
-  put(Get32(end + 12), 8);
-  put(Get32(end + 16), 8);
+  put(Get32(&end[12]), 8);
+  put(Get32(&end[16]), 8);
   put(kEnd64LocatorSignature, 4);
   put(0, 4);
   put(endOffset, 8);
   put(1, 4);  // disks in all
-  tail.append(reinterpret_cast<const char*>(end), kEndSize);
+  tail.append(end.begin(), end.end());
   std::fstream stream(path, std::ios::in | std::ios::out | std::ios::binary);
   stream.seekp(static_cast<std::streamoff>(endOffset)).write(tail.data(), tail.size());
   stream.close();
