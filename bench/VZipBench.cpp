@@ -1,6 +1,7 @@
 // Zip archives beside Info-ZIP in the same run: adding a tree of 2,000 files totalling 500 MB of
 // mixed compressible data at deflate level 6 (VZipFile::AddDirectory beside `zip -r -6`), and
-// extracting that archive into an empty folder (VUnzipFile::ExtractAll beside `unzip -q`).
+// extracting that archive into an empty folder (VUnzipFile::ExtractAll beside `unzip -q`), and
+// listing an archive of 100,000 entries (opening a VUnzipFile beside `unzip -l`).
 // Also VRandom::Next beside std::mt19937_64, and VUUID v4 and v7 ids per second. The data
 // lives under $TMPDIR (else /tmp) and is removed at exit. The load average at the start is
 // printed in the context: the machine may be shared.
@@ -164,6 +165,31 @@ void BM_Extract_InfoUnzip(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
 }
 
+// Both list an archive of 100,000 stored one-byte entries written by VZipFile.
+fs::path ManyEntries() {
+  const fs::path archive = TheScratch().root() / "many.zip";
+  if (!fs::exists(archive)) {
+    VZipFile zip(archive.string());
+    zip.SetMethod(VZipMethod::Store);
+    for (int i = 0; i < 100000; ++i)
+      zip.AddBuffer("x", 1, "d" + std::to_string(i % 100) + "/" + std::to_string(i));
+    zip.Close();
+  }
+  return archive;
+}
+
+void BM_List_VUnzipFile(benchmark::State& state) {
+  const fs::path archive = ManyEntries();
+  for (auto _ : state) benchmark::DoNotOptimize(VUnzipFile(archive.string()).GetEntryCount());
+  state.SetItemsProcessed(state.iterations() * 100000);
+}
+
+void BM_List_InfoUnzip(benchmark::State& state) {
+  const fs::path archive = ManyEntries();
+  for (auto _ : state) Run("unzip -l " + archive.string() + " > /dev/null");
+  state.SetItemsProcessed(state.iterations() * 100000);
+}
+
 void BM_Next_VRandom(benchmark::State& state) {
   VRandom random;
   for (auto _ : state) benchmark::DoNotOptimize(random.Next());
@@ -190,12 +216,26 @@ BENCHMARK(BM_ZipTree_VZipFile)->Unit(benchmark::kSecond)->Iterations(2)->UseReal
 BENCHMARK(BM_ZipTree_InfoZip)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
 BENCHMARK(BM_Extract_VUnzipFile)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
 BENCHMARK(BM_Extract_InfoUnzip)->Unit(benchmark::kSecond)->Iterations(2)->UseRealTime();
+BENCHMARK(BM_List_VUnzipFile)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
+BENCHMARK(BM_List_InfoUnzip)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 BENCHMARK(BM_Next_VRandom);
 BENCHMARK(BM_Next_Mt19937_64);
 BENCHMARK(BM_VUUID_V4);
 BENCHMARK(BM_VUUID_V7);
 
+// For bench/zip64-interop.sh: `vantu_zip_bench --write ARCHIVE COUNT [FILE...]` writes an
+// archive of COUNT one-byte entries followed by the files (deflate) with VZipFile, and exits.
+int WriteArchive(int argc, char** argv) {
+  VZipFile zip(argv[2]);
+  const long count = std::atol(argv[3]);
+  for (long i = 0; i < count; ++i) zip.AddBuffer("x", 1, "n/" + std::to_string(i));
+  for (int i = 4; i < argc; ++i) zip.AddFile(argv[i]);
+  zip.Close();
+  return 0;
+}
+
 int main(int argc, char** argv) {
+  if (argc >= 4 && std::string(argv[1]) == "--write") return WriteArchive(argc, argv);
   std::ifstream load("/proc/loadavg");
   std::string average;
   std::getline(load, average);

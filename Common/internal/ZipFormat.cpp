@@ -3,7 +3,6 @@
 #include <vantu/VException.h>
 
 #include <Poco/DateTime.h>
-#include <Poco/LocalDateTime.h>
 #include <Poco/Timestamp.h>
 #include <utf8proc.h>
 #include <zlib.h>
@@ -57,19 +56,6 @@ const char16_t kCodePage437[128] = {
     0x00B0, 0x2219, 0x00B7, 0x221A, 0x207F, 0x00B2, 0x25A0, 0x00A0,
 };
 
-bool IsValidUtf8(const std::string& text) {
-  const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  utf8proc_ssize_t left = static_cast<utf8proc_ssize_t>(text.size());
-  while (left > 0) {
-    utf8proc_int32_t code;
-    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &code);
-    if (n <= 0) return false;
-    p += n;
-    left -= n;
-  }
-  return true;
-}
-
 std::string FromCodePage437(const std::string& bytes) {
   std::u16string wide;
   for (unsigned char c : bytes) wide.push_back(c < 0x80 ? c : kCodePage437[c - 0x80]);
@@ -99,7 +85,11 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
       if (compressed32 == 0xFFFFFFFF) next(record.compressedSize);
       if (offset32 == 0xFFFFFFFF) next(record.localOffset);
     } else if (tag == 0x5455 && length >= 5 && (data[0] & 1)) {
-      record.modifiedSeconds = Get32(data + 1);
+      // A signed 32-bit time; where the MS-DOS time says 2038 or later, an unsigned one.
+      const uint32_t time = Get32(data + 1);
+      record.modifiedSeconds = record.modifiedSeconds < 0x7FFFFFFF
+                                   ? static_cast<long long>(static_cast<int32_t>(time))
+                                   : static_cast<long long>(time);
     } else if (tag == 0x7075 && length >= 5 && data[0] == 1) {
       const uint32_t nameCrc = Get32(data + 1);
       const auto crc = static_cast<uint32_t>(crc32(
@@ -111,7 +101,37 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
   }
 }
 
+// Where the end of central directory record starts: in the last 22 + 65535 bytes (its comment
+// holds at most 65535), the last signature whose comment fits.
+uint64_t FindEndRecord(const ArchiveFile& file) {
+  const uint64_t fileSize = file.Size();
+  if (fileSize < kEndSize) throw VantuDataException("Not a zip archive (too short)");
+  const size_t tailSize = static_cast<size_t>(std::min<uint64_t>(fileSize, kEndSize + 0xFFFF));
+  std::vector<unsigned char> tail(tailSize);
+  const uint64_t tailStart = fileSize - tailSize;
+  file.Read(tail.data(), tailSize, tailStart);
+  for (size_t i = tailSize - kEndSize + 1; i-- > 0;) {
+    if (Get32(&tail[i]) == kEndSignature && Get16(&tail[i + 20]) <= tailSize - kEndSize - i) {
+      return tailStart + i;
+    }
+  }
+  throw VantuDataException("Not a zip archive (no end of central directory)");
+}
+
 }  // namespace
+
+bool IsValidUtf8(const std::string& text) {
+  const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+  utf8proc_ssize_t left = static_cast<utf8proc_ssize_t>(text.size());
+  while (left > 0) {
+    utf8proc_int32_t code;
+    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &code);
+    if (n <= 0) return false;
+    p += n;
+    left -= n;
+  }
+  return true;
+}
 
 ArchiveFile::ArchiveFile(const std::string& path)
     : fd_(platform::OpenForReadingFd(path)), size_(0) {
@@ -156,24 +176,9 @@ unsigned ZipRecord::UnixMode() const {
 }
 
 std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
-  const uint64_t fileSize = file.Size();
-  if (fileSize < kEndSize) throw VantuDataException("Not a zip archive (too short)");
-
-  // The end record sits in the last 22 + 65535 bytes (its comment is at most 65535 bytes).
-  const size_t tailSize = static_cast<size_t>(std::min<uint64_t>(fileSize, kEndSize + 0xFFFF));
-  std::vector<unsigned char> tail(tailSize);
-  const uint64_t tailStart = fileSize - tailSize;
-  file.Read(tail.data(), tailSize, tailStart);
-  size_t end = tailSize;
-  for (size_t i = tailSize - kEndSize + 1; i-- > 0;) {
-    if (Get32(&tail[i]) == kEndSignature && Get16(&tail[i + 20]) <= tailSize - kEndSize - i) {
-      end = i;
-      break;
-    }
-  }
-  if (end == tailSize) throw VantuDataException("Not a zip archive (no end of central directory)");
-  const unsigned char* e = &tail[end];
-  const uint64_t endOffset = tailStart + end;
+  const uint64_t endOffset = FindEndRecord(file);
+  unsigned char e[kEndSize];
+  file.Read(e, kEndSize, endOffset);
   if (Get16(e + 4) != 0 || Get16(e + 6) != 0) {
     throw VantuDataException("Archives split over several disks are not supported");
   }
@@ -307,7 +312,7 @@ std::vector<std::string> SafeNameComponents(const std::string& name) {
     }
     components.push_back(std::move(part));
   }
-  if (components.empty()) return refuse("empty");
+  if (name.empty()) return refuse("empty");
   return components;
 }
 
@@ -338,7 +343,8 @@ bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
 }
 
 uint32_t DosTimeFromSeconds(long long epochSeconds) {
-  Poco::LocalDateTime local(Poco::Timestamp::fromEpochTime(static_cast<std::time_t>(epochSeconds)));
+  const Poco::DateTime local(Poco::Timestamp::fromEpochTime(
+      static_cast<std::time_t>(epochSeconds + platform::LocalTimeOffset(epochSeconds))));
   if (local.year() < 1980) return (1 << 16) | (1 << 21);  // 1980-01-01 00:00
   if (local.year() > 2107) return 0xFF9FBF7D;             // 2107-12-31 23:59:58
   const uint32_t date =
@@ -356,14 +362,69 @@ long long SecondsFromDosTime(uint32_t dosTime) {
   const int hour = std::min(static_cast<int>(dosTime >> 11 & 0x1F), 23);
   const int minute = std::min(static_cast<int>(dosTime >> 5 & 0x3F), 59);
   const int second = std::min(static_cast<int>(dosTime & 0x1F) * 2, 59);
-  return Poco::LocalDateTime(year, month, day, hour, minute, second).timestamp().epochTime();
+  // The local time read as UTC, less the zone's offset at (about) that instant.
+  const long long asUtc =
+      Poco::DateTime(year, month, day, hour, minute, second).timestamp().epochTime();
+  return asUtc - platform::LocalTimeOffset(asUtc - platform::LocalTimeOffset(asUtc));
 }
 
 std::string ExtendedTimestampField(long long epochSeconds) {
-  const auto value = static_cast<uint32_t>(std::clamp<long long>(epochSeconds, 0, 0xFFFFFFFFLL));
+  const auto value =
+      static_cast<uint32_t>(std::clamp<long long>(epochSeconds, INT32_MIN, 0xFFFFFFFFLL));
   std::string field("\x55\x54\x05\x00\x01", 5);
   for (int i = 0; i < 4; ++i) field.push_back(static_cast<char>(value >> (8 * i)));
   return field;
+}
+
+void AddZip64EndRecords(const std::string& path) {
+  uint64_t endOffset = 0;
+  std::vector<unsigned char> end;  // the end record with its comment
+  uint64_t count = 0;
+  {
+    const ArchiveFile file(path);
+    endOffset = FindEndRecord(file);
+    end.resize(static_cast<size_t>(file.Size() - endOffset));
+    file.Read(end.data(), end.size(), endOffset);
+    if (Get16(&end[10]) != 0xFFFF) return;
+    unsigned char locator[kEnd64LocatorSize];
+    if (endOffset >= kEnd64LocatorSize) {
+      file.Read(locator, sizeof(locator), endOffset - kEnd64LocatorSize);
+      if (Get32(locator) == kEnd64LocatorSignature) return;
+    }
+    // The classic record holds 65,535 at most: count the records themselves.
+    std::vector<unsigned char> directory(Get32(&end[12]));
+    file.Read(directory.data(), directory.size(), Get32(&end[16]));
+    for (size_t at = 0; at < directory.size(); ++count) {
+      if (directory.size() - at < kCentralHeaderSize ||
+          Get32(&directory[at]) != kCentralSignature) {
+        Corrupt("bad central directory record");
+      }
+      at += kCentralHeaderSize + Get16(&directory[at + 28]) + Get16(&directory[at + 30]) +
+            Get16(&directory[at + 32]);
+    }
+  }
+  std::string tail;
+  auto put = [&tail](uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) tail.push_back(static_cast<char>(value >> (8 * i)));
+  };
+  put(kEnd64Signature, 4);
+  put(kEnd64Size - 12, 8);  // the size of the rest of the record
+  put(45, 2);               // made by and needed: version 4.5, the first with ZIP64
+  put(45, 2);
+  put(0, 8);  // this disk and the directory's disk
+  put(count, 8);
+  put(count, 8);
+  put(Get32(&end[12]), 8);
+  put(Get32(&end[16]), 8);
+  put(kEnd64LocatorSignature, 4);
+  put(0, 4);
+  put(endOffset, 8);
+  put(1, 4);  // disks in all
+  tail.append(end.begin(), end.end());
+  std::fstream stream(path, std::ios::in | std::ios::out | std::ios::binary);
+  stream.seekp(static_cast<std::streamoff>(endOffset)).write(tail.data(), tail.size());
+  stream.close();
+  if (!stream) throw VantuIOException("Cannot write the archive \"" + path + "\"");
 }
 
 void PatchEntryMethods(const std::string& path, const std::vector<std::string>& names,

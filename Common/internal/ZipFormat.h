@@ -76,20 +76,27 @@ uint64_t LocateEntryData(const ArchiveFile& file, const ZipRecord& record);
 // Splits an entry name into the components of a relative path, dropping empty and "." ones.
 // Throws VantuDataException naming the reason for names that would leave the target folder or
 // that no file system here can hold: absolute names, ".." components, drive letters, "\"
-// separators and NUL bytes.
+// separators and NUL bytes. A name of "." components only ("./") yields none: the folder itself.
 std::vector<std::string> SafeNameComponents(const std::string& name);
 // Whether a symbolic link stored at `linkComponents` with text `target` stays inside the
 // folder by its text alone: relative, its ".." components all leading and never climbing above
-// the folder. (Where links among the components make the link's folder shallower than its
-// name, the extraction checks the climb on the disk too.)
+// the folder. (Extraction never passes through a link, so the name's depth is the real one.)
 bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
                            const std::string& target);
+
+bool IsValidUtf8(const std::string& text);
 
 // MS-DOS date and time (date in the upper 16 bits) of a local time, clamped to 1980-2107.
 uint32_t DosTimeFromSeconds(long long epochSeconds);
 long long SecondsFromDosTime(uint32_t dosTime);
-// The "UT" extra field holding a modification time, as written in both headers.
+// The "UT" extra field holding a modification time, as written in both headers: a signed
+// 32-bit time (before 1970 too), or an unsigned one from 2038 on, as the MS-DOS time tells.
 std::string ExtendedTimestampField(long long epochSeconds);
+
+// Completes a closed archive whose classic end record holds 65,535 entries (the writer's
+// most) without a ZIP64 end record: adds the ZIP64 end record and its locator with the real
+// number of entries. Throws VantuDataException or VantuIOException.
+void AddZip64EndRecords(const std::string& path);
 
 // Sets the method number of the named entries in a closed archive, in their local headers and
 // central records (for methods the archive writer does not know by number).

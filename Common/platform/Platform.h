@@ -192,11 +192,27 @@ void CloseFileQuietly(int fd) noexcept;
 void RenamePath(const std::string& from, const std::string& to);
 // Removes a file or a symbolic link; false when it could not be removed.
 bool RemovePath(const std::string& path) noexcept;
-// Creates one directory; false when a directory (not a link) already has the name.
-bool MakeDirectory(const std::string& path, unsigned mode);
-void MakeSymbolicLink(const std::string& target, const std::string& path);
-// Sets a path's modification time without following a final symbolic link.
-void SetPathTime(const std::string& path, long long modifiedSeconds);
+// Directories by descriptor, for extraction: every step below a folder the caller gave is made
+// relative to a directory descriptor and never follows a symbolic link, so no link planted or
+// swapped in meanwhile can lead elsewhere. `name` is one component (no "/").
+// Opens a directory the caller gave (links followed), creating it and its parents as needed.
+int OpenOrMakeDirectory(const std::string& path);
+// Opens the directory `name` in `dirFd`, first creating it (mode 0777 less the umask) when
+// `create` says so and it is missing; a symbolic link or anything else but a directory fails
+// (ELOOP or ENOTDIR).
+int OpenDirectoryAt(int dirFd, const std::string& name, bool create);
+// Creates a new file in `dirFd`; fails if anything, a link included, already has the name.
+int CreateNewFileAt(int dirFd, const std::string& name, unsigned mode);
+void MakeSymbolicLinkAt(const std::string& target, int dirFd, const std::string& name);
+// Renames within one directory, replacing what `to` names (a link is replaced, not followed).
+void RenameAt(int dirFd, const std::string& from, const std::string& to);
+// Removes a file or a symbolic link in `dirFd`; false when it could not be removed.
+bool RemoveAt(int dirFd, const std::string& name) noexcept;
+// Sets the modification time of `name` in `dirFd` without following a symbolic link.
+void SetTimeAt(int dirFd, const std::string& name, long long modifiedSeconds);
+// Seconds by which local time is ahead of UTC at that instant. The time zone is read once per
+// process, on the first call; no call after that touches the file system.
+long LocalTimeOffset(long long epochSeconds);
 // The path with every link resolved (realpath): throws std::system_error when it cannot be, or
 // reports false.
 std::string RealPath(const std::string& path);

@@ -26,6 +26,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <set>
 #include <string>
@@ -723,23 +724,61 @@ void RenamePath(const std::string& from, const std::string& to) {
 
 bool RemovePath(const std::string& path) noexcept { return ::unlink(path.c_str()) == 0; }
 
-bool MakeDirectory(const std::string& path, unsigned mode) {
-  if (::mkdir(path.c_str(), mode & 0777) == 0) return true;
-  const int error = errno;
-  struct stat info;
-  if (error == EEXIST && ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return false;
-  errno = error == EEXIST ? ENOTDIR : error;
-  ThrowErrno(path);
+int OpenOrMakeDirectory(const std::string& path) {
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  int fd = ::open(path.c_str(), kFlags);
+  if (fd < 0 && errno == ENOENT) {
+    for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+      const std::string part = path.substr(0, slash);
+      if (::mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) ThrowErrno(part);
+      if (slash == std::string::npos) break;
+    }
+    fd = ::open(path.c_str(), kFlags);
+  }
+  if (fd < 0) ThrowErrno(path);
+  return fd;
 }
 
-void MakeSymbolicLink(const std::string& target, const std::string& path) {
-  if (::symlink(target.c_str(), path.c_str()) != 0) ThrowErrno(path);
+int OpenDirectoryAt(int dirFd, const std::string& name, bool create) {
+  if (create && ::mkdirat(dirFd, name.c_str(), 0777) != 0 && errno != EEXIST) ThrowErrno(name);
+  const int fd = ::openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) ThrowErrno(name);
+  return fd;
 }
 
-void SetPathTime(const std::string& path, long long modifiedSeconds) {
+int CreateNewFileAt(int dirFd, const std::string& name, unsigned mode) {
+  const int fd = ::openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          mode & 0777);
+  if (fd < 0) ThrowErrno(name);
+  return fd;
+}
+
+void MakeSymbolicLinkAt(const std::string& target, int dirFd, const std::string& name) {
+  if (::symlinkat(target.c_str(), dirFd, name.c_str()) != 0) ThrowErrno(name);
+}
+
+void RenameAt(int dirFd, const std::string& from, const std::string& to) {
+  if (::renameat(dirFd, from.c_str(), dirFd, to.c_str()) != 0) ThrowErrno(to);
+}
+
+bool RemoveAt(int dirFd, const std::string& name) noexcept {
+  return ::unlinkat(dirFd, name.c_str(), 0) == 0;
+}
+
+void SetTimeAt(int dirFd, const std::string& name, long long modifiedSeconds) {
   const struct timespec times[2] = {{static_cast<time_t>(modifiedSeconds), 0},
                                     {static_cast<time_t>(modifiedSeconds), 0}};
-  if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) ThrowErrno(path);
+  if (::utimensat(dirFd, name.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) ThrowErrno(name);
+}
+
+long LocalTimeOffset(long long epochSeconds) {
+  // localtime_r does not look at the zone again once tzset has read it (localtime and mktime
+  // do, with a stat of /etc/localtime each time).
+  static std::once_flag once;
+  std::call_once(once, [] { ::tzset(); });
+  const time_t time = static_cast<time_t>(epochSeconds);
+  struct tm local;
+  return ::localtime_r(&time, &local) != nullptr ? local.tm_gmtoff : 0;
 }
 
 bool RealPath(const std::string& path, std::string& resolved) {

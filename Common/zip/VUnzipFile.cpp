@@ -10,7 +10,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <system_error>
 #include <thread>
 
@@ -18,6 +17,7 @@
 #include "internal/ZipCodec.h"
 #include "internal/ZipErrors.h"
 #include "internal/ZipFormat.h"
+#include "platform/Descriptor.h"
 #include "platform/Platform.h"
 
 namespace platform = vantu::platform;
@@ -90,137 +90,93 @@ std::string Join(const std::vector<std::string>& parts, size_t count) {
   return path;
 }
 
-// Makes something under a fresh hidden name beside `name` in `folder`: `make(path)` throws
+// Makes something under a fresh hidden name beside `name` in the folder: `make(name)` throws
 // std::system_error, and is tried again with another name when the name is taken.
 template <typename Make>
-std::string MakeUnique(const std::string& folder, const std::string& name, Make make) {
+std::string MakeUnique(const std::string& name, Make make) {
   thread_local VRandom random;
   for (int attempt = 0;; ++attempt) {
     char suffix[24];
     std::snprintf(suffix, sizeof(suffix), ".vantu-%08x", random.Next());
-    const std::string path = folder + "/." + name.substr(0, 200) + suffix;
+    const std::string temporary = "." + name.substr(0, 200) + suffix;
     try {
-      make(path);
-      return path;
+      make(temporary);
+      return temporary;
     } catch (const std::system_error& error) {
       if (error.code() != std::errc::file_exists || attempt == 16) throw;
     }
   }
 }
 
-// A new file under a temporary name, removed unless committed.
+// A new file under a temporary name in a folder, removed unless committed.
 class TemporaryFile {
  public:
-  TemporaryFile(const std::string& folder, const std::string& name) {
-    path_ = MakeUnique(folder, name, [this](const std::string& path) {
-      fd_ = platform::CreateNewFile(path, 0666);
+  TemporaryFile(int folder, const std::string& name) : folder_(folder) {
+    name_ = MakeUnique(name, [this](const std::string& temporary) {
+      fd_ = platform::CreateNewFileAt(folder_, temporary, 0666);
     });
   }
   ~TemporaryFile() {
     if (fd_ >= 0) platform::CloseFileQuietly(fd_);
-    if (!path_.empty()) platform::RemovePath(path_);
+    if (!name_.empty()) platform::RemoveAt(folder_, name_);
   }
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
 
   int fd() const { return fd_; }
-  // Closes the file (reporting a failed close) and moves it to `target`.
+  // Closes the file (reporting a failed close) and gives it the name `target` in its folder.
   void Commit(const std::string& target) {
     const int fd = fd_;
     fd_ = -1;
     platform::CloseFile(fd);
-    platform::RenamePath(path_, target);
-    path_.clear();
+    platform::RenameAt(folder_, name_, target);
+    name_.clear();
   }
 
  private:
-  std::string path_;
+  int folder_;
+  std::string name_;
   int fd_ = -1;
 };
 
-// The folder being extracted into and the subfolders already checked to lie inside it.
+// The folder being extracted into, held open: every folder below it is reached from its
+// descriptor one component at a time without following links, so a link already there, made
+// by the archive or swapped in by someone else meanwhile never leads out of it.
 class Target {
  public:
-  explicit Target(const std::string& folder) {
-    try {
-      std::string path;
-      for (const std::string& part : SplitPath(folder)) {
-        path += (path.empty() && folder[0] != '/') ? part : "/" + part;
-        platform::FileStatus status;
-        if (!platform::GetFileStatus(path, true, status)) platform::MakeDirectory(path, 0777);
-      }
-      root_ = platform::RealPath(folder);
-    } catch (const std::system_error& error) {
-      ThrowFileError(error, "Cannot create the folder \"" + folder + "\"");
-    }
-    if (root_ == "/") root_.clear();
-  }
+  explicit Target(const std::string& folder) : root_(Open(folder)) {}
 
-  // Whether a link in `folder` (a path Folder returned) whose text climbs with leading ".."
-  // components stays inside the target: the climb starts where the folder really is, which
-  // links among its components may make shallower than its name.
-  bool LinkStaysInside(const std::string& folder, const std::string& target) const {
-    std::string path = platform::RealPath(folder);
-    for (const std::string& part : SplitPath(target)) {
-      if (part == ".") continue;
-      if (part != "..") break;
-      if (!Inside(path) || path == root_) return false;
-      path.erase(path.rfind('/'));
-    }
-    return Inside(path);
-  }
-
-  // Makes the folders of the first `count` components and checks that each lies inside the
-  // target (a link among them must resolve inside). Returns the full path.
-  std::string Folder(const std::vector<std::string>& parts, size_t count) {
-    std::string path = root_;
+  // Opens (with `create`, making what is missing) the folder of the first `count` components.
+  // Throws VantuDataException when one of them is a link or not a folder.
+  // Returns a descriptor the caller closes.
+  int Folder(const std::vector<std::string>& parts, size_t count, bool create = true) const {
+    int fd = platform::OpenDirectoryAt(root_.get(), ".", false);
     for (size_t i = 0; i < count; ++i) {
-      path += "/" + parts[i];
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (checked_.count(path) != 0) continue;
-      }
-      platform::FileStatus status;
-      if (!platform::GetFileStatus(path, false, status)) {
-        platform::MakeDirectory(path, 0777);
-      } else if (status.isLink) {
-        const std::string real = platform::RealPath(path);
-        if (!Inside(real)) {
-          throw VantuDataException("the path leads out of the target folder through a link");
+      const platform::Descriptor parent(fd);
+      try {
+        fd = platform::OpenDirectoryAt(parent.get(), parts[i], create);
+      } catch (const std::system_error& error) {
+        if (error.code() != std::errc::too_many_symbolic_link_levels &&
+            error.code() != std::errc::not_a_directory) {
+          throw;
         }
-        if (!platform::GetFileStatus(real, true, status) ||
-            status.kind != platform::FileKind::kDirectory) {
-          throw VantuDataException("\"" + path + "\" is not a folder");
-        }
-      } else if (status.kind != platform::FileKind::kDirectory) {
-        throw VantuDataException("\"" + path + "\" is not a folder");
+        throw VantuDataException("\"" + Join(parts, i + 1).substr(1) +
+                                 "\" is a link or not a folder");
       }
-      std::lock_guard<std::mutex> lock(mutex_);
-      checked_.insert(path);
     }
-    return path;
+    return fd;
   }
 
  private:
-  bool Inside(const std::string& path) const {
-    return path == root_ || path.compare(0, root_.size() + 1, root_ + "/") == 0;
-  }
-
-  static std::vector<std::string> SplitPath(const std::string& path) {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    while (start <= path.size()) {
-      size_t slash = path.find('/', start);
-      if (slash == std::string::npos) slash = path.size();
-      if (slash > start) parts.push_back(path.substr(start, slash - start));
-      start = slash + 1;
+  static int Open(const std::string& folder) {
+    try {
+      return platform::OpenOrMakeDirectory(folder);
+    } catch (const std::system_error& error) {
+      ThrowFileError(error, "Cannot create the folder \"" + folder + "\"");
     }
-    return parts;
   }
 
-  std::string root_;
-  std::mutex mutex_;
-  std::set<std::string> checked_;
+  platform::Descriptor root_;
 };
 
 }  // namespace
@@ -321,29 +277,25 @@ class VUnzipFile::Impl {
     Check(budget);
     Target target(PathBytes(folder));
     // Folders first, in order, then files and links on several threads, then the folders'
-    // times (writing into a folder changes its time).
+    // times and permission bits (writing into a folder changes its time, and a folder may
+    // not allow writing).
     std::vector<size_t> folders;
     std::vector<size_t> files;
     for (size_t i = 0; i < records_.size(); ++i) {
       (records_[i].IsDirectory() ? folders : files).push_back(i);
     }
-    std::vector<std::pair<std::string, long long>> times;
-    std::mutex timesMutex;
     Failed failed;
-    auto extract = [&](size_t i) {
-      const std::string path = ExtractOne(records_[i], target, budget, false);
-      if (records_[i].IsDirectory()) {
-        std::lock_guard<std::mutex> lock(timesMutex);
-        times.emplace_back(path, records_[i].modifiedSeconds);
-      }
-    };
+    auto extract = [&](size_t i) { ExtractOne(records_[i], target, budget, false); };
     Run(folders, budget, 1, failed, extract);
     Run(files, budget, threads_, failed, extract);
-    for (auto it = times.rbegin(); it != times.rend(); ++it) {
+    for (auto it = folders.rbegin(); it != folders.rend(); ++it) {
+      const ZipRecord& record = records_[*it];
       try {
-        platform::SetPathTime(it->first, it->second);
-      } catch (const std::system_error&) {
-        // A folder's time is worth no failure of the extraction.
+        const std::vector<std::string> parts = SafeNameComponents(record.name);
+        const platform::Descriptor folder(target.Folder(parts, parts.size(), false));
+        platform::SetFileTimeAndMode(folder.get(), record.modifiedSeconds, record.UnixMode());
+      } catch (...) {
+        // Failed folders are reported already; a folder's time is worth no failure.
       }
     }
     Report("extract", failed, failures);
@@ -490,47 +442,53 @@ class VUnzipFile::Impl {
     if (crc != record.crc) throw VantuDataException("CRC-32 mismatch");
   }
 
-  // Extracts one entry; returns the path written.
-  std::string ExtractOne(const ZipRecord& record, Target& target, Budget& budget,
-                         bool folderTime) const {
+  // Extracts one entry. A folder gets its time and permission bits at once with
+  // `folderAttributes`; ExtractAll gives them once the folders' content is written.
+  void ExtractOne(const ZipRecord& record, const Target& target, Budget& budget,
+                  bool folderAttributes) const {
     const std::vector<std::string> parts = SafeNameComponents(record.name);
     try {
       if (record.IsDirectory()) {
-        const std::string path = target.Folder(parts, parts.size());
-        if (folderTime) platform::SetPathTime(path, record.modifiedSeconds);
-        return path;
+        const platform::Descriptor folder(target.Folder(parts, parts.size()));
+        if (folderAttributes) {
+          platform::SetFileTimeAndMode(folder.get(), record.modifiedSeconds, record.UnixMode());
+        }
+        return;
       }
-      const std::string folder = target.Folder(parts, parts.size() - 1);
-      const std::string path = folder + "/" + parts.back();
+      if (parts.empty())
+        throw VantuDataException("Unsafe entry name (empty): \"" + record.name + "\"");
+      const platform::Descriptor folder(target.Folder(parts, parts.size() - 1));
+      const std::string& name = parts.back();
       if (record.IsSymbolicLink()) {
         if (record.size > kMaxLinkTarget) throw VantuDataException("symbolic link target too long");
         std::string link;
         Decode(record, budget, [&](const unsigned char* data, size_t size) {
           link.append(reinterpret_cast<const char*>(data), size);
         });
-        if (!LinkTargetStaysInside(parts, link) || !target.LinkStaysInside(folder, link)) {
+        // The folders on the way are real folders, never links: the name's depth is the
+        // link's depth.
+        if (!LinkTargetStaysInside(parts, link)) {
           throw VantuDataException("symbolic link to \"" + link +
                                    "\" leads out of the target folder");
         }
-        const std::string linkPath = MakeUnique(folder, parts.back(), [&](const std::string& at) {
-          platform::MakeSymbolicLink(link, at);
+        const std::string temporary = MakeUnique(name, [&](const std::string& at) {
+          platform::MakeSymbolicLinkAt(link, folder.get(), at);
         });
         try {
-          platform::SetPathTime(linkPath, record.modifiedSeconds);
-          platform::RenamePath(linkPath, path);
+          platform::SetTimeAt(folder.get(), temporary, record.modifiedSeconds);
+          platform::RenameAt(folder.get(), temporary, name);
         } catch (...) {
-          platform::RemovePath(linkPath);
+          platform::RemoveAt(folder.get(), temporary);
           throw;
         }
-        return path;
+        return;
       }
-      TemporaryFile temp(folder, parts.back());
+      TemporaryFile temp(folder.get(), name);
       Decode(record, budget, [&](const unsigned char* data, size_t size) {
         platform::WriteAll(temp.fd(), data, size);
       });
       platform::SetFileTimeAndMode(temp.fd(), record.modifiedSeconds, record.UnixMode());
-      temp.Commit(path);
-      return path;
+      temp.Commit(name);
     } catch (const std::system_error& error) {
       ThrowFileError(error, "cannot write \"" + Join(parts, parts.size()).substr(1) + "\"");
     }

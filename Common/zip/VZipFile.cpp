@@ -85,6 +85,7 @@ std::string ArchiveName(const VString& text, bool directory) {
   } catch (const VantuDataException& error) {
     throw VantuInvalidArgumentException(error.Message());
   }
+  if (parts.empty()) throw VantuInvalidArgumentException("Empty name: \"" + PathBytes(text) + "\"");
   std::string name;
   for (const std::string& part : parts) name += part + "/";
   if (!directory) name.pop_back();
@@ -102,11 +103,12 @@ std::string LastComponent(std::string path) {
 class VZipFile::Impl {
  public:
   ~Impl() {
-    if (zip_ != nullptr) {
-      try {
-        Close();
-      } catch (...) {
-      }
+    if (zip_ == nullptr) return;
+    // Destroyed by an exception that arose after Open: the archive is unfinished business.
+    if (std::uncaught_exceptions() > uncaughtAtOpen_) broken_ = true;
+    try {
+      Close();
+    } catch (...) {
     }
   }
 
@@ -119,11 +121,17 @@ class VZipFile::Impl {
     names_.clear();
     zstdNames_.clear();
     broken_ = false;
+    uncaughtAtOpen_ = std::uncaught_exceptions();
     platform::FileStatus status;
     const bool exists = append && platform::GetFileStatus(final_, true, status);
     const int fd = CreateTemporaryFile();
     try {
       const platform::Descriptor closer(fd);
+      // Neither the archive nor its temporary file goes into a tree that holds them.
+      own_.clear();
+      for (const std::string& path : {temp_, final_}) {
+        if (platform::GetFileStatus(path, true, status)) own_.push_back(status.identity);
+      }
       if (exists) {
         const ArchiveFile existing(final_);
         for (ZipRecord& record : ReadCentralDirectory(existing)) names_.insert(record.name);
@@ -156,6 +164,8 @@ class VZipFile::Impl {
     try {
       if (broken_) throw VantuIOException("The archive \"" + final_ + "\" was not completed");
       if (rc != ZIP_OK) throw VantuIOException("Cannot write the archive \"" + final_ + "\"");
+      // The archive writer's end record counts 65,535 entries at most.
+      AddZip64EndRecords(temp_);
       PatchEntryMethods(temp_, zstdNames_, kZipZstd);
       platform::RenamePath(temp_, final_);
     } catch (const std::system_error& error) {
@@ -316,7 +326,8 @@ class VZipFile::Impl {
         chain.push_back(status.identity);
         Walk(path, name, filter, skipLinks, chain, items);
         chain.pop_back();
-      } else if (status.kind == platform::FileKind::kFile) {
+      } else if (status.kind == platform::FileKind::kFile &&
+                 std::find(own_.begin(), own_.end(), status.identity) == own_.end()) {
         Item item;
         item.source = path;
         item.name = prefix + entry.name;
@@ -329,7 +340,7 @@ class VZipFile::Impl {
     }
   }
 
-  // Compresses a whole buffer; keeps it stored when deflate would not make it smaller.
+  // Compresses a whole buffer; keeps it stored when compression would not make it smaller.
   Packed Pack(const char* data, size_t size) const {
     Packed packed;
     packed.crc = Crc32(0, data, size);
@@ -337,7 +348,7 @@ class VZipFile::Impl {
     packed.method = method_;
     if (method_ != kZipStore) {
       ZipEncoder::Create(method_, level_)->Encode(data, size, true, packed.data);
-      if (method_ == kZipDeflate && packed.data.size() >= size) packed.method = kZipStore;
+      if (packed.data.size() >= size) packed.method = kZipStore;
     }
     if (packed.method == kZipStore) packed.data.assign(data, size);
     return packed;
@@ -353,7 +364,7 @@ class VZipFile::Impl {
         zip_, item.name.c_str(), &info, extra.data(), static_cast<uInt>(extra.size()), extra.data(),
         static_cast<uInt>(extra.size()), nullptr, method == kZipZstd ? int{kZipStore} : int{method},
         level_ < 0 ? Z_DEFAULT_COMPRESSION : level_, 1, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY, nullptr,
-        0, kVersionMadeBy, kZipFlagUtf8, zip64 ? 1 : 0);
+        0, kVersionMadeBy, IsValidUtf8(item.name) ? kZipFlagUtf8 : 0, zip64 ? 1 : 0);
     if (rc != ZIP_OK) Fail(item.name);
     if (method == kZipZstd) zstdNames_.push_back(item.name);
   }
@@ -531,6 +542,8 @@ class VZipFile::Impl {
   std::string final_;
   std::string temp_;
   bool broken_ = false;
+  int uncaughtAtOpen_ = 0;                   // exceptions in flight when Open ran
+  std::vector<platform::FileIdentity> own_;  // the archive's files
   uint16_t method_ = kZipDeflate;
   int level_ = -1;
   unsigned threads_ = 0;

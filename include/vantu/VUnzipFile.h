@@ -8,9 +8,12 @@
 // Extraction writes each file beside its target under a temporary name and renames it only
 // once its size and CRC-32 are right, so a complete file is never replaced by a broken one;
 // it keeps modification times and Unix permission bits (never set-id bits) and replaces files
-// already there. It never writes outside the target folder: names with "..", absolute names,
-// drive letters, "\" or NUL, symbolic links whose target would leave the folder, and paths
-// that lead out through a link already in the folder are refused. Symbolic links that stay
+// already there; folders get their times and permission bits once their content is written.
+// It never writes outside the target folder, whatever links others plant or swap in it
+// meanwhile: every folder below the target is entered by descriptor without following a link,
+// so names with "..", absolute names, drive letters, "\" or NUL, symbolic links whose target
+// would leave the folder, and paths through any symbolic link (already in the folder or made
+// by the archive) are refused. A "./" entry names the target itself. Symbolic links that stay
 // inside are made as links. The archive's sizes are not trusted: an entry whose data yields
 // more than its declared size fails as soon as it does, entries that share bytes are refused
 // at Open, and SetLimits can cap the total output and the number of entries (no limit by

@@ -5,15 +5,19 @@
 // under a temporary name and takes that name only when Close succeeds, so an existing archive
 // is never left half-written; appending copies the existing archive first. Close writes the
 // central directory and throws when any part could not be written; the destructor closes too
-// but cannot report a failure (and then leaves the previous file untouched).
+// but cannot report a failure (and then leaves the previous file untouched). A VZipFile
+// destroyed by an exception thrown after Open discards its archive instead.
 //
 // Entries are compressed with deflate (level 6) unless SetMethod chooses store or zstd (method
-// 93, level 3 by default, read by few other tools). Names are stored in UTF-8 with the format's
-// UTF-8 flag, relative, with "/" separators; directories end in "/". Each entry keeps its
-// modification time (MS-DOS local time and the exact UTC seconds in a "UT" extra field) and
+// 93, level 3 by default, read by few other tools); a file of up to 8 MiB that compression
+// would not shrink is stored. Names are relative, with "/" separators; directories end in "/". They
+// are stored in UTF-8 with the format's UTF-8 flag; file names from the disk that are not valid
+// UTF-8 are stored as their bytes, without the flag. Each entry keeps its modification time (MS-DOS
+// local time, 1980-2107, and the exact UTC seconds, 1901-2106, in a "UT" extra field) and
 // Unix permission bits. ZIP64 records are written as soon as a size, an offset or the number
 // of entries needs them. AddDirectory compresses several files at once on SetThreads threads
-// (by default one per processor) and writes them in a fixed order (names sorted per folder).
+// (by default one per processor) and writes them in a fixed order (names sorted per folder);
+// it leaves out the archive itself and its temporary file when the tree holds them.
 //
 // Errors: a missing source throws VantuFileNotFoundException (other file errors their own
 // member of the family); a bad name (empty, absolute, "..", "\", NUL, a drive letter, a name
