@@ -11,7 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   unicode-data locales
   ca-certificates curl openssl
-  zip unzip python3 libarchive-tools zstd xz-utils
+  zip unzip python3 libarchive-tools zstd xz-utils strace
 )
 
 missing=()

@@ -406,25 +406,6 @@ bool Convert(const std::string& in, std::string& out) {
   return Convert<Source, Target, Numerator, Denominator>(in, out, target);
 }
 
-// Whether `in` is well-formed UTF-8 (POCO's reading of valid UTF-8).
-bool IsValidUtf8(const std::string& in) {
-  const auto* p = reinterpret_cast<const Byte*>(in.data());
-  const Byte* const end = p + in.size();
-  while (p < end) {
-#if defined(__SSE2__)
-    if (static_cast<size_t>(end - p) >= kBlock) {
-      const int mask = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-      const size_t ascii = LeadingAscii(mask);
-      p += ascii;
-      if (ascii == kBlock) continue;
-    }
-#endif
-    uint32_t cp;
-    if (!Utf8Source::Next(p, end, cp)) return false;
-  }
-  return true;
-}
-
 // The fast conversion between two different named encodings; false when the input needs
 // POCO.
 bool ConvertFast(StringEncoding from, StringEncoding to, const std::string& in, std::string& out) {
@@ -566,6 +547,24 @@ void ConvertToCodePage(StringEncoding from, const std::string& in, std::string& 
 }
 
 }  // namespace
+
+bool IsValidUtf8(const std::string& in) {
+  const auto* p = reinterpret_cast<const Byte*>(in.data());
+  const Byte* const end = p + in.size();
+  while (p < end) {
+#if defined(__SSE2__)
+    if (static_cast<size_t>(end - p) >= kBlock) {
+      const int mask = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+      const size_t ascii = LeadingAscii(mask);
+      p += ascii;
+      if (ascii == kBlock) continue;
+    }
+#endif
+    uint32_t cp;
+    if (!Utf8Source::Next(p, end, cp)) return false;
+  }
+  return true;
+}
 
 void ConvertTextWithPoco(StringEncoding from, StringEncoding to, const std::string& in,
                          std::string& out) {

@@ -23,6 +23,10 @@ void ConvertText(StringEncoding from, StringEncoding to, const std::string& in, 
 void ConvertTextWithPoco(StringEncoding from, StringEncoding to, const std::string& in,
                          std::string& out);
 
+// Whether `in` is well-formed UTF-8 (POCO's reading: no surrogates, nothing past U+10FFFF, no
+// overlong forms).
+bool IsValidUtf8(const std::string& in);
+
 }  // namespace vantu::internal
 
 #endif  // VANTU_INTERNAL_TEXTCONVERSION_H

@@ -4,7 +4,6 @@
 
 #include <Poco/DateTime.h>
 #include <Poco/Timestamp.h>
-#include <utf8proc.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <set>
 #include <system_error>
 
+#include "internal/TextConversion.h"
 #include "internal/Utf.h"
 #include "platform/Platform.h"
 
@@ -119,19 +119,6 @@ uint64_t FindEndRecord(const ArchiveFile& file) {
 }
 
 }  // namespace
-
-bool IsValidUtf8(const std::string& text) {
-  const auto* p = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
-  utf8proc_ssize_t left = static_cast<utf8proc_ssize_t>(text.size());
-  while (left > 0) {
-    utf8proc_int32_t code;
-    const utf8proc_ssize_t n = utf8proc_iterate(p, left, &code);
-    if (n <= 0) return false;
-    p += n;
-    left -= n;
-  }
-  return true;
-}
 
 ArchiveFile::ArchiveFile(const std::string& path)
     : fd_(platform::OpenForReadingFd(path)), size_(0) {

@@ -84,8 +84,6 @@ std::vector<std::string> SafeNameComponents(const std::string& name);
 bool LinkTargetStaysInside(const std::vector<std::string>& linkComponents,
                            const std::string& target);
 
-bool IsValidUtf8(const std::string& text);
-
 // MS-DOS date and time (date in the upper 16 bits) of a local time, clamped to 1980-2107.
 uint32_t DosTimeFromSeconds(long long epochSeconds);
 long long SecondsFromDosTime(uint32_t dosTime);

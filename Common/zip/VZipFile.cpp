@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "internal/PathText.h"
+#include "internal/TextConversion.h"
 #include "internal/ZipCodec.h"
 #include "internal/ZipErrors.h"
 #include "internal/ZipFormat.h"
