@@ -185,6 +185,16 @@ fault net-easy-leak Common/net/VURL.cpp vantu_net_tests \
   's/if \(easy != nullptr\) CurlEntries\(\).easyCleanup\(easy\);//'
 fault net-buffer-kept Common/net/VURL.cpp vantu_net_tests \
   's/state.received.Clear\(\);//'
+fault xml-write-changes-tree Common/xml/VXML.cpp vantu_xml_tests \
+  's/pugi::xml_document scratch;/pugi::xml_document& scratch = const_cast<pugi::xml_document&>(document);/; s/\? scratch.append_copy\(first\)\s+: scratch.append_child/? first : scratch.prepend_child/'
+fault xml-value-first-text Common/xml/VXML.cpp vantu_xml_tests \
+  's/bytes \+= text.value\(\);/bytes += text.value();\n    break;/'
+fault xml-set-value-first-text Common/xml/VXML.cpp vantu_xml_tests \
+  's/const pugi::xml_node next = NextText\(text.next_sibling\(\)\);/const pugi::xml_node next;/'
+fault xml-copy-encoding Common/xml/VXML.cpp vantu_xml_tests \
+  's/SetEncoding\(source->GetEncoding\(\)\);//'
+fault xml-file-path-unresolved Common/xml/VXMLFile.cpp vantu_xml_tests \
+  's/if \(path_.Length\(\) != 0\) \{/if (false) {/'
 
 filters=("$@")
 selected() {

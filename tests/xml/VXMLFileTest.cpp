@@ -88,7 +88,8 @@ TEST(VXMLFileTest, SavingKeepsPermissionsAndWritesThroughLinks) {
 
 TEST(VXMLFileTest, CopiesShareOneContainerAndEachSavesWhenItGoes) {
   TempDir dir;
-  const std::string path = dir / "missing/dir/doc.xml";
+  // Resolved once: ".." after a folder that does not exist takes that folder's name back.
+  const std::string path = dir / "gone/../missing/dir/doc.xml";
   {
     VXMLFile file(VPath(path.c_str(), UTF8));
     VXMLFile copy(file);
@@ -97,14 +98,24 @@ TEST(VXMLFileTest, CopiesShareOneContainerAndEachSavesWhenItGoes) {
     EXPECT_EQ(assigned.GetContainer(), file.GetContainer());
     copy.GetContainer()->AddNode(nullptr, "r");
   }
-  EXPECT_EQ(Read(path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r />\n");
+  EXPECT_EQ(Read(dir / "missing/dir/doc.xml"),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<r />\n");
+  EXPECT_FALSE(fs::exists(dir / "gone"));
 }
 
-TEST(VXMLFileTest, AFileThatDoesNotLoadIsNotOverwritten) {
+TEST(VXMLFileTest, TheFileLoadedIsTheFileSavedAndOneThatDoesNotLoadIsKept) {
   TempDir dir;
-  const std::string path = dir.Write("doc.xml", "<a><b>");
-  { VXMLFile file(VPath(path.c_str(), UTF8)); }
-  EXPECT_EQ(Read(path), "<a><b>");
+  const std::string broken = dir.Write("broken.xml", "<a><b>");
+  dir.Write("doc.xml", "<a>1</a>");
+  {
+    VXMLFile file(VPath((dir / "gone/../doc.xml").c_str(), UTF8));
+    EXPECT_EQ(file.GetPath().GetString(), dir / "doc.xml");
+    EXPECT_EQ(file.GetContainer()->GetInt(file.GetContainer()->GetRoot()), 1);
+    file.GetContainer()->SetInt(file.GetContainer()->GetRoot(), 2);
+    VXMLFile unreadable(VPath(broken.c_str(), UTF8));
+  }
+  EXPECT_EQ(Read(broken), "<a><b>");
+  EXPECT_EQ(Read(dir / "doc.xml"), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a>2</a>\n");
 }
 
 }  // namespace
