@@ -197,6 +197,14 @@ fault xml-file-path-unresolved Common/xml/VXMLFile.cpp vantu_xml_tests \
   's/if \(path_.Length\(\) != 0\) \{/if (false) {/'
 fault xml-union-sorted-by-position Common/xml/VXML.cpp vantu_xml_tests \
   's/if \(result.type\(\) == pugi::xpath_node_set::type_unsorted && result.size\(\) > 1\)/if (false)/'
+fault xml-save-named-temporary Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+  's/if \(!g_namedTemporaries\) \{/if (false) {/'
+fault xml-stale-temporaries-kept Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+  's/if \(owner > 0 && ::kill\(owner, 0\) != 0 && errno == ESRCH\)/if (false)/'
+fault xml-stale-locked-removed Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+  's/S_ISREG\(info.st_mode\) &&\s+::flock\(file.get\(\), LOCK_EX \| LOCK_NB\) == 0\)/S_ISREG(info.st_mode))/'
+fault xml-stale-any-name Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+  's/return std::strcmp\(p, ".tmp"\) == 0 \? static_cast<pid_t>\(pid\) : 0;/return static_cast<pid_t>(pid);/'
 
 filters=("$@")
 selected() {

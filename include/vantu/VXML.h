@@ -11,7 +11,9 @@
 // beside the target, which is flushed to disk and renamed over the target, keeping its
 // permission bits; a symbolic link is written through to the file it names. The save replaces
 // the file rather than writing into it: other hard links to the old file keep the old content.
-// A save that fails leaves the previous file as it was and no temporary file. A target without
+// A save that fails leaves the previous file as it was and no temporary file; one whose process
+// is killed leaves at most a complete temporary file beside the target, which the next save to
+// that target removes. A target without
 // write permission is not replaced. Indented output of a document with elements more than 256
 // levels deep is written raw (no line breaks or indentation), since indentation would grow with the
 // square of the depth; so is, into a string or a file, a document whose text holds 256 tabs in a
