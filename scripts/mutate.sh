@@ -205,6 +205,8 @@ fault xml-stale-locked-removed Common/platform/Platform_POSIX.cpp vantu_xml_test
   's/S_ISREG\(info.st_mode\) &&\s+::flock\(file.get\(\), LOCK_EX \| LOCK_NB\) == 0\)/S_ISREG(info.st_mode))/'
 fault xml-stale-any-name Common/platform/Platform_POSIX.cpp vantu_xml_tests \
   's/return std::strcmp\(p, ".tmp"\) == 0 \? static_cast<pid_t>\(pid\) : 0;/return static_cast<pid_t>(pid);/'
+fault log-folder-from-root Common/log/VLog.cpp vantu_log_tests \
+  's/if \(base.Length\(\) != 0 && VFile\(base\).IsDirectory\(\)\) VFile\(DefaultFolder\(\)\).CreateDirectory\(\);/VFile(DefaultFolder()).CreateDirectories();/'
 
 filters=("$@")
 selected() {
