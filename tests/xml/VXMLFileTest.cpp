@@ -193,7 +193,7 @@ TEST(VXMLFileTest, TheFileLoadedIsTheFileSavedAndOneThatDoesNotLoadIsKept) {
   dir.Write("doc.xml", "<a>1</a>");
   {
     VXMLFile file(VPath((dir / "gone/../doc.xml").c_str(), UTF8));
-    EXPECT_EQ(file.GetPath().GetString(), dir / "doc.xml");
+    EXPECT_EQ(file.GetPath().GetString(), (fs::canonical(dir.path()) / "doc.xml").string());
     EXPECT_EQ(file.GetContainer()->GetInt(file.GetContainer()->GetRoot()), 1);
     file.GetContainer()->SetInt(file.GetContainer()->GetRoot(), 2);
     VXMLFile unreadable(VPath(broken.c_str(), UTF8));
