@@ -200,7 +200,7 @@ fault xml-union-sorted-by-position Common/xml/VXML.cpp vantu_xml_tests \
 fault xml-save-named-temporary Common/platform/Platform_POSIX.cpp vantu_xml_tests \
   's/if \(!g_namedTemporaries\) \{/if (false) {/'
 fault xml-stale-temporaries-kept Common/platform/Platform_POSIX.cpp vantu_xml_tests \
-  's/if \(owner > 0 && ::kill\(owner, 0\) != 0 && errno == ESRCH\)/if (false)/'
+  's/if \(owner > 0 && ::kill\(owner, 0\) != 0 && errno == ESRCH\)/if (owner < 0)/'
 fault xml-stale-locked-removed Common/platform/Platform_POSIX.cpp vantu_xml_tests \
   's/S_ISREG\(info.st_mode\) &&\s+::flock\(file.get\(\), LOCK_EX \| LOCK_NB\) == 0\)/S_ISREG(info.st_mode))/'
 fault xml-stale-any-name Common/platform/Platform_POSIX.cpp vantu_xml_tests \
