@@ -119,9 +119,9 @@ class VANTU_API VDataContainer : public VBaseObject {
   virtual bool FromString(const std::string& text);
 
   // The StringEncoding of the VString conveniences. The tree holds UTF-8: with UTF16 every
-  // non-empty VString SetValue fails (its bytes hold NULs), and with Latin1 (or another single-byte
-  // encoding) SetValue stores bytes that are not UTF-8, written as they are into a file that says
-  // UTF-8, which a strict reader rejects.
+  // non-empty VString SetValue fails (its bytes hold NULs), and with Latin1 (or another
+  // single-byte encoding) SetValue stores bytes that are not UTF-8, written as they are into a
+  // file that declares UTF-8, which a strict reader rejects.
   uint32_t GetEncoding() const { return encoding_; }
   void SetEncoding(uint32_t encoding) { encoding_ = encoding; }
 

@@ -13,17 +13,18 @@
 // the file rather than writing into it: other hard links to the old file keep the old content.
 // A save that fails leaves the previous file as it was and no temporary file; one whose process
 // is killed leaves at most a complete temporary file beside the target, which the next save to
-// that target removes. A target without
-// write permission is not replaced. Indented output of a document with elements more than 256
-// levels deep is written raw (no line breaks or indentation), since indentation would grow with the
-// square of the depth; so is, into a string or a file, a document whose text holds 256 tabs in a
-// row. The value of an element is its text content: its own text and CDATA children, concatenated
-// (comments are dropped at parsing; the text of child elements is theirs). SetValue replaces
-// all those children by one, at the place of the first, and keeps the child elements; an empty
-// value leaves none. A text value made only of white space is kept in a CDATA section, so
-// values read the same after a save and a load; carriage returns in text values follow XML's
-// line-end rules (a CR or CR LF reads back as LF). Writing (ToString, Save) never changes the
-// tree: the declaration is made while writing.
+// that target removes. A target without write permission is not replaced. Indented output of a
+// document with elements more than 256 levels deep is written raw (no line breaks or
+// indentation), since indentation would grow with the square of the depth; so is, into a string
+// or a file, a document whose text holds 256 tabs in a row. Writing (ToString, Save) never
+// changes the tree: the declaration is made while writing.
+//
+// The value of an element is its text content: its own text and CDATA children, concatenated
+// (comments are dropped at parsing; the text of child elements is theirs). SetValue replaces all
+// those children by one, at the place of the first, and keeps the child elements; an empty value
+// leaves none. A text value made only of white space is kept in a CDATA section, so values read
+// the same after a save and a load; carriage returns in text values follow XML's line-end rules
+// (a CR or CR LF reads back as LF).
 //
 // Errors: as VDataContainer states per operation; SelectNodes reports a bad expression by -1.
 // Thread safety: none inside; several threads may read one document at once (XPath queries,
