@@ -70,6 +70,17 @@ VPath DefaultFolder() {
   return folder;
 }
 
+// Creates the default folder, one level, when the application-data folder exists: nothing
+// above it is ever made (a home folder that is missing stays missing).
+void CreateDefaultFolder() {
+  try {
+    const VPath base = VPath::GetAppDataPath();
+    if (base.Length() != 0 && VFile(base).IsDirectory()) VFile(DefaultFolder()).CreateDirectory();
+  } catch (...) {
+    // Reported the way every write failure is: the lines go nowhere.
+  }
+}
+
 VString ExecutableBaseName() {
   const std::string path = vantu::platform::ExecutablePath();
   if (path.empty()) return VString("vantu");
@@ -116,11 +127,7 @@ VLog::VLog()
       rotation_("10 M"),
       archive_("number"),
       purgeAge_("24 hours") {
-  try {
-    VFile(folder_).CreateDirectories();
-  } catch (...) {
-    // Reported the way every write failure is: the lines go nowhere.
-  }
+  CreateDefaultFolder();
 }
 
 VLog::VLog(const VLog& other) : VBaseObject(other) {
@@ -205,9 +212,13 @@ void VLog::Open() {
   chain->writer = new vantu::internal::AsyncLogChannel(chain->file, kQueueCapacity);
 
   const VPath path = GetFilePath();
-  try {
-    VFile(path.Parent()).CreateDirectories();
-  } catch (...) {
+  if (folder_.Length() == 0 || folder_.IsEqual(DefaultFolder())) {
+    CreateDefaultFolder();
+  } else {
+    try {
+      VFile(path.Parent()).CreateDirectories();
+    } catch (...) {
+    }
   }
   chain->file->setProperty(Poco::FileChannel::PROP_PATH, vantu::internal::PathBytes(path));
   chain->file->setProperty(Poco::FileChannel::PROP_ROTATION, Utf8(rotation_));

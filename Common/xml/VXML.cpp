@@ -2,6 +2,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <istream>
@@ -102,20 +103,32 @@ bool DeeperThan(const pugi::xml_node& document, unsigned int limit) {
   return false;
 }
 
-void SetAttributeText(pugi::xml_node node, const char* name, const char* value) {
-  pugi::xml_attribute attribute = node.attribute(name);
-  if (!attribute) attribute = node.append_attribute(name);
-  attribute.set_value(value);
+// Writes the declaration node to `writer`: the document's own first node when it is one, with
+// version 1.0 and encoding UTF-8, else a new one. Built in a document of its own, so that writing
+// never changes the tree that several threads may be reading.
+void PrintDeclaration(const pugi::xml_document& document, pugi::xml_writer& writer,
+                      unsigned int format) {
+  pugi::xml_document scratch;
+  const pugi::xml_node first = document.first_child();
+  pugi::xml_node declaration = first.type() == pugi::node_declaration
+                                   ? scratch.append_copy(first)
+                                   : scratch.append_child(pugi::node_declaration);
+  for (const char* name : {"version", "encoding"}) {
+    if (!declaration.attribute(name)) declaration.append_attribute(name);
+  }
+  declaration.attribute("version").set_value("1.0");
+  declaration.attribute("encoding").set_value("UTF-8");
+  declaration.print(writer, "\t", format, pugi::encoding_auto);
 }
 
-// Makes the first node a declaration with version 1.0 and encoding UTF-8.
-void EnsureDeclaration(pugi::xml_document& document) {
-  pugi::xml_node first = document.first_child();
-  if (first.type() != pugi::node_declaration) {
-    first = document.prepend_child(pugi::node_declaration);
+// The node after `node` in document order, or an empty node after the last. Walking a whole
+// document this way visits each node once and climbs each parent link once.
+pugi::xml_node Following(pugi::xml_node node) {
+  if (pugi::xml_node child = node.first_child()) return child;
+  for (; node; node = node.parent()) {
+    if (pugi::xml_node sibling = node.next_sibling()) return sibling;
   }
-  SetAttributeText(first, "version", "1.0");
-  SetAttributeText(first, "encoding", "UTF-8");
+  return node;
 }
 
 // Deletes a subtree from its leaves up, so that a deep tree never meets recursion.
@@ -190,16 +203,17 @@ class OutputWriter : public pugi::xml_writer {
   size_t carried_ = 0;
 };
 
-// Writes the document's top-level nodes (declarations only with `declaration`) to `sink`,
-// indented when `indent`. A document too deep to indent is written raw: with `rewind`, which
-// discards what was written, once the output turns out too deep; without it, after a walk that
-// measures the depth first.
+// Writes the document's top-level nodes other than declarations to `sink`, after a declaration
+// when `declaration`, indented when `indent`. The tree is only read. A document too deep to indent
+// is written raw: with `rewind`, which discards what was written, once the output turns out too
+// deep; without it, after a walk that measures the depth first.
 void WriteDocument(const pugi::xml_document& document, bool indent, bool declaration,
                    const OutputWriter::Sink& sink, const std::function<void()>& rewind) {
   const auto writeAll = [&](unsigned int format, bool watch) {
     OutputWriter writer(sink, watch);
+    if (declaration) PrintDeclaration(document, writer, format);
     for (pugi::xml_node node = document.first_child(); node; node = node.next_sibling()) {
-      if (declaration || node.type() != pugi::node_declaration) {
+      if (node.type() != pugi::node_declaration) {
         node.print(writer, "\t", format, pugi::encoding_auto);
       }
     }
@@ -318,7 +332,6 @@ int VXML::Parse(const std::string& text) {
 bool VXML::Save(const std::string& path) {
   if (document_ == nullptr) return false;
   try {
-    EnsureDeclaration(*document_);
     vantu::platform::FileReplacement file(path);
     WriteDocument(
         *document_, true, true, [&file](const void* data, size_t size) { file.Write(data, size); },
@@ -332,13 +345,12 @@ bool VXML::Save(const std::string& path) {
 
 bool VXML::Save(std::ostream& out, unsigned int flags) {
   if (document_ == nullptr) return false;
-  if ((flags & 2) != 0) EnsureDeclaration(*document_);
   // Output into a string (ToString) can be taken back; into another stream it cannot.
   std::function<void()> rewind;
   if (auto* appender = dynamic_cast<vantu::internal::StringAppender*>(out.rdbuf())) {
     rewind = [appender, start = appender->text().size()] { appender->text().resize(start); };
   }
-  // Without bit 1, a declaration left by an earlier save is not written either.
+  // Without bit 1, a declaration node that the tree holds is not written either.
   WriteDocument(
       *document_, (flags & 1) != 0, (flags & 2) != 0,
       [&out](const void* data, size_t size) {
@@ -394,20 +406,25 @@ bool VXML::RemoveNode(VDataNode node) {
 bool VXML::SetValue(VDataNode node, const char* bytes, size_t length) {
   pugi::xml_node element = Node(node);
   if (element.type() != pugi::node_element || !IsValueText(bytes, length)) return false;
-  // White space alone survives a load only in a CDATA section.
-  const pugi::xml_node_type wanted = IsBlank(bytes, length) ? pugi::node_cdata : pugi::node_pcdata;
-  pugi::xml_node text = NextText(element.first_child());
-  // An empty value leaves no empty text node behind, unless another text follows that would
-  // then become the value.
-  if (length == 0 && !NextText(text.next_sibling())) return !text || element.remove_child(text);
-  if (text.type() != wanted) {
-    pugi::xml_node fresh =
-        text ? element.insert_child_before(wanted, text) : element.append_child(wanted);
-    if (!fresh) return false;
-    if (text) element.remove_child(text);
-    text = fresh;
+  // The new text takes the place of the first text child; the other text children go, the
+  // element children stay. An empty value leaves no text node.
+  pugi::xml_node first = NextText(element.first_child());
+  if (length != 0) {
+    // White space alone survives a load only in a CDATA section.
+    const pugi::xml_node_type type = IsBlank(bytes, length) ? pugi::node_cdata : pugi::node_pcdata;
+    pugi::xml_node text =
+        first ? element.insert_child_before(type, first) : element.append_child(type);
+    if (!text || !text.set_value(bytes, length)) {
+      element.remove_child(text);
+      return false;
+    }
   }
-  return text.set_value(length == 0 ? "" : bytes, length);
+  for (pugi::xml_node text = first; text;) {
+    const pugi::xml_node next = NextText(text.next_sibling());
+    element.remove_child(text);
+    text = next;
+  }
+  return true;
 }
 
 bool VXML::GetName(VDataNode node, std::string& name) const {
@@ -476,6 +493,7 @@ bool VXML::Copy(const VDataContainer& other, unsigned int) {
   if (source->document_ != nullptr) copy->reset(*source->document_);
   delete document_;
   document_ = copy.release();
+  SetEncoding(source->GetEncoding());
   return true;
 }
 
@@ -517,7 +535,11 @@ bool VXML::SetName(VDataNode node, const char* name) {
 
 bool VXML::GetValue(VDataNode node, std::string& bytes) const {
   if (node == nullptr) return false;
-  bytes.assign(Node(node).text().get());
+  bytes.clear();
+  for (pugi::xml_node text = NextText(Node(node).first_child()); text;
+       text = NextText(text.next_sibling())) {
+    bytes += text.value();
+  }
   return true;
 }
 
@@ -528,15 +550,29 @@ int VXML::SelectNodes(const char* xpath, std::vector<VDataNode>& nodes) const {
     if (query.return_type() != pugi::xpath_type_node_set) return -1;
     if (document_ == nullptr) return 0;
     pugi::xpath_node_set result = query.evaluate_node_set(*document_);
-    result.sort();
-    int count = 0;
-    for (const pugi::xpath_node& found : result) {
-      if (found.node().type() == pugi::node_element) {
-        nodes.push_back(Handle(found.node()));
-        ++count;
+    const size_t before = nodes.size();
+    if (result.type() == pugi::xpath_node_set::type_unsorted && result.size() > 1) {
+      // pugixml puts such a set in order by comparing positions, each comparison climbing the
+      // tree: on a deep document whose nodes are not in the parse buffer's order (a copy, or one
+      // built by calls) that costs the square of the depth. One walk picks them out in order.
+      std::vector<VDataNode> wanted;
+      for (const pugi::xpath_node& found : result) {
+        if (found.node().type() == pugi::node_element) wanted.push_back(Handle(found.node()));
+      }
+      std::sort(wanted.begin(), wanted.end());
+      for (pugi::xml_node node = Following(*document_);
+           node && nodes.size() - before < wanted.size(); node = Following(node)) {
+        if (std::binary_search(wanted.begin(), wanted.end(), Handle(node))) {
+          nodes.push_back(Handle(node));
+        }
+      }
+    } else {
+      result.sort();
+      for (const pugi::xpath_node& found : result) {
+        if (found.node().type() == pugi::node_element) nodes.push_back(Handle(found.node()));
       }
     }
-    return count;
+    return static_cast<int>(nodes.size() - before);
   } catch (const pugi::xpath_exception&) {
     return -1;
   }

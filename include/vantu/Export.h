@@ -1,8 +1,9 @@
-// Export control for libvantu.
-//
-// The library is built with hidden visibility: only declarations marked VANTU_API are exported
-// from libvantu.so. On Windows the same macro selects dllexport while the library itself is
-// built (VANTU_BUILDING defined) and dllimport for its users.
+/* Export control for libvantu.
+ *
+ * The library is built with hidden visibility: only declarations marked VANTU_API are exported
+ * from libvantu.so. On Windows the same macro selects dllexport while the library itself is
+ * built (VANTU_BUILDING defined) and dllimport for its users. C comments only: vantu.h, which
+ * includes this header, compiles as C89. */
 #ifndef VANTU_EXPORT_H
 #define VANTU_EXPORT_H
 
@@ -18,4 +19,4 @@
 #define VANTU_API
 #endif
 
-#endif  // VANTU_EXPORT_H
+#endif /* VANTU_EXPORT_H */

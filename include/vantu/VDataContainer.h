@@ -73,7 +73,7 @@ class VANTU_API VDataContainer : public VBaseObject {
   virtual bool SetValue(VDataNode node, const VString& value);
   // Slot 13: VString(value)'s bytes, then slot 14.
   virtual bool SetValue(VDataNode node, const char* value);
-  // Slot 14: the node's text becomes exactly these bytes.
+  // Slot 14: the node's text becomes exactly these bytes (see VXML for mixed content).
   virtual bool SetValue(VDataNode node, const char* bytes, size_t length) = 0;
   // Slot 15.
   virtual bool GetName(VDataNode node, std::string& name) const = 0;
@@ -110,14 +110,18 @@ class VANTU_API VDataContainer : public VBaseObject {
   virtual bool SetName(VDataNode node, const char* name) = 0;
   // Slot 31: slot 32, with the bytes taken in the container's encoding.
   virtual bool GetValue(VDataNode node, VString& value) const;
-  // Slot 32: the node's text (its first text or CDATA child; empty when it has none).
+  // Slot 32: the node's text: its own text and CDATA children, concatenated; empty when it has
+  // none.
   virtual bool GetValue(VDataNode node, std::string& bytes) const = 0;
   // Slot 33: the text Save(out, flags) writes; empty if it fails.
   virtual std::string ToString(unsigned int flags);
   // Slot 34: Load(in) from the text; false when it throws.
   virtual bool FromString(const std::string& text);
 
-  // The StringEncoding of the VString conveniences.
+  // The StringEncoding of the VString conveniences. The tree holds UTF-8: with UTF16 every
+  // non-empty VString SetValue fails (its bytes hold NULs), and with Latin1 (or another
+  // single-byte encoding) SetValue stores bytes that are not UTF-8, written as they are into a
+  // file that declares UTF-8, which a strict reader rejects.
   uint32_t GetEncoding() const { return encoding_; }
   void SetEncoding(uint32_t encoding) { encoding_ = encoding; }
 

@@ -1,7 +1,8 @@
 // VLog: the library's rotating text log, written through POCO's logging framework.
 //
 // A log has a name (by default the executable's base name), a folder (by default
-// "<application data>/Tarvik Software/", created by the constructor) and the file channel's
+// "<application data>/Tarvik Software/", created by the constructor, one level, when the
+// application-data folder exists; nothing above it is ever made) and the file channel's
 // "rotation" ("10 M"), "archive" ("number") and "purgeAge" ("24 hours") properties; its file is
 // <folder>/<name>.log. Open() builds the channel chain and writes a six-line banner; the first
 // message opens the log if Open() was not called. Every later line reads

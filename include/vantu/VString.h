@@ -118,12 +118,17 @@ class VANTU_API VString : public VBaseObject {
   virtual VString& Assign(const unsigned char* pascal);
   virtual VString& Assign(const char* other);
 
-  // Slots 11-15: append the other text, converted to this string's encoding.
+  // Slots 11-15: append the other text, converted to this string's encoding. VPath hides them
+  // on purpose with its own Append (see VPath.h); GCC reports the hiding at these lines, so a
+  // user's -Woverloaded-virtual build is told here that it is intended.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual"
   virtual VString& Append(const VString& other);
   virtual VString& Append(const std::string& other);
   virtual VString& Append(const unsigned char* pascal);
   virtual VString& Append(const char* other);
   virtual VString& Append(char c);
+#pragma GCC diagnostic pop
 
   // Slots 16-23: replace the content as the constructor with the same arguments would.
   virtual void Set(const unsigned char* pascal, StringEncoding encoding);

@@ -9,18 +9,26 @@
 //
 // Saving to a path never destroys the previous file: the document goes to a temporary file
 // beside the target, which is flushed to disk and renamed over the target, keeping its
-// permission bits; a symbolic link is written through to the file it names. A save that fails
-// leaves the previous file as it was and no temporary file. A target without write permission
-// is not replaced. Indented output of a document with elements more than 256 levels deep is
-// written raw (no line breaks or indentation), since indentation would grow with the square of
-// the depth; so is, into a string or a file, a document whose text holds 256 tabs in a row.
-// A text value made only of white space is kept in a CDATA section, so it survives a
-// save and a load; carriage returns in text values follow XML's line-end rules (a CR or CR LF
-// reads back as LF).
+// permission bits; a symbolic link is written through to the file it names. The save replaces
+// the file rather than writing into it: other hard links to the old file keep the old content.
+// A save that fails leaves the previous file as it was and no temporary file; one whose process
+// is killed leaves at most a complete temporary file beside the target, which the next save to
+// that target removes. A target without write permission is not replaced. Indented output of a
+// document with elements more than 256 levels deep is written raw (no line breaks or
+// indentation), since indentation would grow with the square of the depth; so is, into a string
+// or a file, a document whose text holds 256 tabs in a row. Writing (ToString, Save) never
+// changes the tree: the declaration is made while writing.
+//
+// The value of an element is its text content: its own text and CDATA children, concatenated
+// (comments are dropped at parsing; the text of child elements is theirs). SetValue replaces all
+// those children by one, at the place of the first, and keeps the child elements; an empty value
+// leaves none. A text value made only of white space is kept in a CDATA section, so values read
+// the same after a save and a load; carriage returns in text values follow XML's line-end rules
+// (a CR or CR LF reads back as LF).
 //
 // Errors: as VDataContainer states per operation; SelectNodes reports a bad expression by -1.
-// Thread safety: none inside; several threads may read one document at once (XPath queries
-// included) only while no thread changes it.
+// Thread safety: none inside; several threads may read one document at once (XPath queries,
+// ToString and Save included) only while no thread changes it.
 //
 //   VXML xml;
 //   VDataNode root = xml.AddNode(nullptr, "settings");
@@ -42,7 +50,7 @@ class xml_document;
 class VANTU_API VXML : public VDataContainer {
  public:
   VXML();
-  // A deep copy of other's document and its encoding.
+  // A deep copy of other's document and its encoding (as Copy and assignment).
   VXML(const VXML& other);
   // Deletes the document.
   ~VXML() override;
@@ -70,7 +78,7 @@ class VANTU_API VXML : public VDataContainer {
   bool GetAttribute(VDataNode node, const char* name, std::string& bytes) const override;
   bool RemoveAttribute(VDataNode node, const char* name) override;
   int CountChildren() const override;
-  // Copies when `other` is a VXML; false otherwise.
+  // Copies the document and the encoding when `other` is a VXML; false otherwise.
   bool Copy(const VDataContainer& other, unsigned int flags) override;
   // True when there is no document, no document element, or a document element with neither
   // child nodes nor attributes.

@@ -1,12 +1,15 @@
 // VXMLFile: a VXML document tied to a path, written back to the path on destruction.
 //
-// VXMLFile(path) loads the file when it exists (quietly: errors reach no handler) and otherwise
-// starts with an empty container. When the file exists but cannot be loaded, the container is
-// left without a document, so the unreadable file is only replaced if the caller builds a new
-// document. On destruction (and before assignment replaces the container or the path), a file
-// with a container and a path creates the path's missing parent directories and saves the
-// document there (a container without a document writes nothing); the save replaces the file
-// whole, never leaving it half written, and its errors are swallowed.
+// VXMLFile(path) resolves the path once (the folders that exist through the file system, links
+// and ".." followed; the missing rest by name: "/d/missing/../y/z.xml" is /d/y/z.xml) and keeps
+// it: GetPath() gives it, and it is both the file loaded and the file saved. It loads the file
+// when it exists (quietly: errors reach no handler) and otherwise starts with an empty
+// container. When the file exists but cannot be loaded, the container is left without a
+// document, so the unreadable file is only replaced if the caller builds a new document. On
+// destruction (and before assignment replaces the container or the path), a file with a container
+// and a path creates the path's missing parent directories and saves the document there (a
+// container without a document writes nothing); the save replaces the file whole, never leaving it
+// half written (other hard links keep the old content), and its errors are swallowed.
 //
 // Copies share one container (shared ownership): each copy saves it to its own path when it
 // goes, and the container is deleted with the last copy. GetContainer() returns it, owned by

@@ -94,6 +94,11 @@ TEST(VLogDefaultsTest, DefaultsPropertyTextsAndAnUnwritableFolder) {
   log.SetFolder(VPath((plain + "/below").c_str()));
   EXPECT_NO_THROW((log.Open(), log.Error("lost"), log.Flush()));
   EXPECT_FALSE(fs::exists(plain + "/below"));
+  // A missing application-data folder is not made: only the folder below it would be.
+  const EnvironmentAt missing("XDG_DATA_HOME", home / "gone/share");
+  VLog homeless;
+  EXPECT_NO_THROW((homeless.Open(), homeless.Error("lost"), homeless.Flush()));
+  EXPECT_FALSE(fs::exists(home / "gone"));
 }
 
 TEST_F(VLogTest, TheBannerComesOnceBeforeTheFirstLineWhateverTheLevel) {
