@@ -114,6 +114,21 @@ TEST(VThreadTest, RunsOneFunctionAtATimeWithItsDataAndOutlivesItsHandles) {
   EXPECT_TRUE(ReachesAndStays(record.calls, 4));
 }
 
+// A function that destroys its own handle, often before Start has returned.
+TEST(VThreadTest, AFunctionMayDestroyItsOwnHandle) {
+  static std::atomic<int> done{0};
+  constexpr int kThreads = 300;
+  for (int i = 0; i < kThreads; ++i) {
+    auto* thread = new VThread;
+    thread->SetData(reinterpret_cast<uintptr_t>(thread));
+    thread->Start([](uintptr_t self) {
+      delete reinterpret_cast<VThread*>(self);
+      ++done;
+    });
+  }
+  EXPECT_TRUE(ReachesAndStays(done, kThreads));
+}
+
 std::vector<std::string> calls;  // "<context>:<argument>" per call
 
 VObserver* Observer(const char* context, const char* name) {
