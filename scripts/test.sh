@@ -43,7 +43,7 @@ cmake --build "$root/build-tsan" -j "$jobs" --target vantu_log_tests vantu_hotfo
   vantu_sync_tests vantu_net_tests vantu_zip_tests vantu_xml_tests
 echo "== tsan tests"
 (cd "$root/build-tsan" && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j "$jobs" \
-  -R '^((VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder|VMutex|VEvent|VThread|VNotificationCenter|FlatSync|VURLConcurrency|VUUID|VErrorHandler)Test\.|VZipFileTest\.RoundTrips|VUnzipFileTest\.ReadsWhatOtherToolsWrite)')
+  -R '^((VLog|VLogMessage|FlatLog|LogLineFormatter|VTimer|VHotfolder|VHotfolderConcurrency|FlatHotFolder|VMutex|VEvent|VThread|VNotificationCenter|FlatSync|NamedObjectThreads|VURLConcurrency|VUUID|VErrorHandler)Test\.|VZipFileTest\.RoundTrips|VUnzipFileTest\.ReadsWhatOtherToolsWrite)')
 
 echo "== install and consume"
 stage="$root/build-release/stage"
