@@ -229,17 +229,25 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
     return reinterpret_cast<Block*>(mapping.base);
   }
 
-  // Lets go of the object: unmaps it and closes the descriptor, unlinking the name first when no
-  // other holder is left (the exclusive, non-blocking flock succeeds; on Linux a failed attempt
-  // drops this holder's shared lock, so of holders leaving together the last one succeeds).
-  void Close() {
-    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) {
-      // That thread still holds the lock through this mapping: keep the mapping and the
-      // descriptor, so the lock passes on when the thread ends.
-      return;
+  // Lets go of the name: unlinks it when no other holder is left (the exclusive, non-blocking
+  // flock succeeds; of holders leaving together the last one succeeds), else drops this
+  // holder's shared lock. False when the mapping and the descriptor must stay: another thread of
+  // this process still holds the mutex through them, and the lock passes on when it ends.
+  bool Leave() {
+    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) return false;
+    if (inherited) return true;  // the lock is the parent's
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      ::shm_unlink(systemName.c_str());
+    } else {
+      ::flock(fd, LOCK_UN);
     }
+    return true;
+  }
+
+  // Unmaps the object and closes the descriptor, after Leave. Slow for a large region (the pages
+  // are freed), so done without the registry's lock.
+  void Unmap() {
     ::munmap(mapping.base, mapping.size);
-    if (!inherited && ::flock(fd, LOCK_EX | LOCK_NB) == 0) ::shm_unlink(systemName.c_str());
     ::close(fd);
   }
 
@@ -279,8 +287,8 @@ namespace {
 // object, which it does without the mutex: an open may wait for another process (a builder, a
 // lock). Another thread that wants the same name waits for that open to finish, and for a
 // pending release (an entry whose object has expired) to be done, so that a name is never open
-// twice in this process. Closing happens under the mutex, which fork also takes, so a child
-// never inherits an object half closed.
+// twice in this process. Leaving a name (unlink or unlock) happens under the mutex, which fork
+// also takes, so a child never inherits an object half left; unmapping comes after, without it.
 struct Registry {
   std::mutex mutex;
   std::condition_variable changed;  // an entry was filled in or removed
@@ -328,17 +336,21 @@ Registry& TheRegistry() {
   return *registry;
 }
 
+// A child forked between Leave and Unmap keeps a copy of the mapping and the descriptor, which
+// hold no lock: they cost it memory, never the object its lifetime.
 void Release(NamedObject* object) {
+  bool left;
   if (object->registered) {
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> lock(registry.mutex);
     auto found = registry.objects.find(object->systemName);
     if (found != registry.objects.end() && found->second == object) registry.objects.erase(found);
-    object->Close();
+    left = object->Leave();
     registry.changed.notify_all();
   } else {
-    object->Close();
+    left = object->Leave();
   }
+  if (left) object->Unmap();
   delete object;
 }
 
