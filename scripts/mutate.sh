@@ -155,6 +155,8 @@ fault sync-open-under-registry Common/platform/NamedObjects_POSIX.cpp vantu_sync
 # lock (without that lock the race is too narrow to be caught reliably).
 fault sync-open-beside-release Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
   's/registry.changed.wait\(lock\);  \/\/ another/if (found->second != nullptr) { registry.objects.erase(found); continue; }\n      $&/; s/    shared.reset\(Open\(kind, systemName, dataSize\), Release\);/    std::lock_guard<std::mutex> held(registry.mutex);\n$&/'
+fault sync-fork-keeps-orphans Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+  's/  registry.orphans = true;\n//'
 fault sync-name-marker Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
   "s/escaped \+= '~';/escaped += '.';/"
 fault sync-unlock-unlocked Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \

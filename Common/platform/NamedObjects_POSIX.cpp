@@ -258,6 +258,8 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
   bool registered = false;
   // A forked child that could not take a lock of its own: it never unlinks the name.
   bool inherited = false;
+  // In a forked child: the object was being released by a thread that did not follow.
+  bool orphan = false;
 
  private:
   // Releases every level of the lock that the calling thread holds (a trylock adds one level
@@ -293,6 +295,7 @@ struct Registry {
   std::mutex mutex;
   std::condition_variable changed;  // an entry was filled in or removed
   std::unordered_map<std::string, NamedObject*> objects;
+  bool orphans = false;  // in a forked child: entries whose opener or releaser did not follow
 };
 
 Registry& TheRegistry();
@@ -304,11 +307,15 @@ void AfterForkInParent() { TheRegistry().mutex.unlock(); }
 // each object to hold a lock of its own. Only async-signal-safe calls here.
 void AfterForkInChild() {
   Registry& registry = TheRegistry();
-  // The parent's waiters are not in this process: start the condition afresh.
+  // The parent's other threads are not in this process: start the condition afresh. The names
+  // they were opening, and the objects they were releasing, are dropped at the child's first
+  // open; until then the child holds those objects too.
   new (&registry.changed) std::condition_variable;
+  registry.orphans = true;
   for (auto& entry : registry.objects) {
-    if (entry.second == nullptr) continue;  // being opened by a thread that is not in the child
+    if (entry.second == nullptr) continue;
     NamedObject& object = *entry.second;
+    object.orphan = object.weak_from_this().expired();
     char path[32] = "/proc/self/fd/";
     char digits[16];
     int length = 0;
@@ -408,6 +415,19 @@ std::shared_ptr<NamedObject> Acquire(Kind kind, const std::string& name, std::si
   std::shared_ptr<NamedObject> shared;  // released, when it must be, outside the registry's lock
   {
     std::unique_lock<std::mutex> lock(registry.mutex);
+    if (registry.orphans) {
+      for (auto entry = registry.objects.begin(); entry != registry.objects.end();) {
+        NamedObject* object = entry->second;
+        if (object != nullptr && !object->orphan) {
+          ++entry;
+          continue;
+        }
+        if (object != nullptr && object->Leave()) object->Unmap();
+        delete object;
+        entry = registry.objects.erase(entry);
+      }
+      registry.orphans = false;
+    }
     for (;;) {
       const auto found = registry.objects.find(systemName);
       if (found == registry.objects.end()) {

@@ -511,7 +511,17 @@ TEST_F(NamedObjectThreadsTest, AnOpenWaitsBoundedlyForALockAndHoldsUpNoOtherOpen
   VNamedMutex other(name_ + ".other");                          // opens while the waiter waits
   { VAutoNamedMutexLock lock(&other); }
   EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+  // A child forked meanwhile waits for the name itself, not for the waiter, which it lacks.
+  const pid_t child = Spawn([&] {
+    try {
+      VNamedMutex mutex(name_);
+      ::_exit(1);
+    } catch (const VantuRuntimeException&) {
+      ::_exit(0);
+    }
+  });
   waiter.join();
+  EXPECT_EQ(Reap(child), 0);
   ::alarm(0);
   EXPECT_GT(Clock::now() - start, std::chrono::seconds(5));
   ::close(fd);
