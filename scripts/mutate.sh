@@ -159,8 +159,8 @@ fault sync-fork-keeps-orphans Common/platform/NamedObjects_POSIX.cpp vantu_sync_
   's/  registry.orphans = true;\n//'
 fault sync-name-marker Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
   "s/escaped \+= '~';/escaped += '.';/"
-fault sync-unlock-unlocked Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
-  's/for \(unsigned levels = mutex->__data.__count; levels > 0; --levels\) \{\n        pthread_mutex_unlock\(mutex\);\n      \}/while (pthread_mutex_unlock(mutex) == 0) {\n      }/'
+# Not here: a last close that unlocks once more than it holds changes nothing a test sees; the
+# ThreadSanitizer run of NamedObjectThreadsTest reports it ("unlock of an unlocked mutex").
 fault sync-start-unheld Common/sync/VThread.cpp vantu_sync_tests \
   's/std::shared_ptr<Poco::Thread> thread = thread_;/std::shared_ptr<Poco::Thread>\& thread = thread_;/; s/std::shared_ptr<VWorker> held = worker_;/std::shared_ptr<VWorker>\& held = worker_;/'
 fault random-fork-continues Common/core/VRandom.cpp vantu_zip_tests \
