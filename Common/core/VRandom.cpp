@@ -21,15 +21,12 @@ uint64_t SplitMix(uint64_t& x) {
 
 }  // namespace
 
-VRandom::VRandom() {
-  uint64_t seed;
-  FillSecure(&seed, sizeof(seed));
-  Seed(seed);
-}
+VRandom::VRandom() { SeedFromKernel(); }
 
 VRandom::VRandom(uint64_t seed) { Seed(seed); }
 
-VRandom::VRandom(const VRandom& other) : VBaseObject(other) {
+VRandom::VRandom(const VRandom& other)
+    : VBaseObject(other), forkGeneration_(other.forkGeneration_) {
   std::memcpy(state_, other.state_, sizeof(state_));
 }
 
@@ -43,14 +40,28 @@ VRandom::~VRandom() = default;
 void VRandom::Clone(const VBaseObject& other) {
   if (const auto* random = dynamic_cast<const VRandom*>(&other)) {
     std::memcpy(state_, random->state_, sizeof(state_));
+    forkGeneration_ = random->forkGeneration_;
   }
 }
 
 void VRandom::Seed(uint64_t seed) {
   for (uint64_t& word : state_) word = SplitMix(seed);
+  forkGeneration_ = kCallerSeeded;
+}
+
+void VRandom::SeedFromKernel() {
+  uint64_t seed;
+  FillSecure(&seed, sizeof(seed));
+  Seed(seed);
+  forkGeneration_ = vantu::platform::ForkGeneration();
 }
 
 uint64_t VRandom::Next64() {
+  // A process forked since the kernel seeded this generator draws afresh, never its parent's
+  // numbers; a generator seeded by the caller keeps its sequence.
+  if (forkGeneration_ != kCallerSeeded && forkGeneration_ != vantu::platform::ForkGeneration()) {
+    SeedFromKernel();
+  }
   const uint64_t result = RotateLeft(state_[1] * 5, 7) * 9;
   const uint64_t t = state_[1] << 17;
   state_[2] ^= state_[0];

@@ -9,6 +9,11 @@
 //   NamedObjectSystemName). Every holder keeps a shared flock on it; the holder that leaves last
 //   (its exclusive, non-blocking flock succeeds) unlinks the name. An opener that finds itself the
 //   only holder of an existing object (its owners died without removing it) rebuilds it as new.
+// - An object belongs to the user who made it: it is made with mode 0600, and an existing file
+//   that is not a regular file of the caller's effective user with mode 0600 and an object's
+//   size is refused with EACCES, never adopted. An open waits for other processes (a builder, a
+//   holder that leaves) in short pauses, never inside a blocking call, and gives up after 10 s
+//   with ETIMEDOUT; it never holds up the opens and closes of other threads meanwhile.
 // - A process forked from a holder becomes a holder of its own: after fork the child reopens
 //   every object it inherited and takes its own shared lock.
 //
@@ -23,8 +28,9 @@
 namespace vantu::platform {
 
 // "/vantu.<kind>.<name>", where the name's bytes outside [A-Za-z0-9._-] are written as "%XX"; an
-// escaped name longer than 200 bytes keeps its first 160 bytes, then "." and 16 hexadecimal
-// digits of the 64-bit FNV-1a hash of the whole name.
+// escaped name longer than 200 bytes keeps its first 160 bytes, then "~" and 16 hexadecimal
+// digits of the 64-bit FNV-1a hash of the whole name. "~" is escaped in every name ("%7E"), so
+// no name spells the shortened form of another.
 std::string NamedObjectSystemName(const std::string& kind, const std::string& name);
 
 class NamedObject;

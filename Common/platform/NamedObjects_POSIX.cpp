@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstdint>
 #include <limits>
 #include <mutex>
@@ -182,13 +183,37 @@ Mapping MapBuilt(Kind kind, int fd, std::size_t dataSize, const std::string& sys
   return mapping;
 }
 
-// The name still refers to the object open on fd.
-bool StillNamed(int fd, const std::string& systemName) {
+// The name (a file in the directory `directory`) still refers to the object open on fd.
+bool StillNamed(int fd, int directory, const char* file) {
   struct stat opened;
   struct stat named;
-  const std::string path = "/dev/shm" + systemName;
-  return ::fstat(fd, &opened) == 0 && ::stat(path.c_str(), &named) == 0 &&
+  return ::fstat(fd, &opened) == 0 &&
+         ::fstatat(directory, file, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
          opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// An object belongs to the user who made it, as a Windows named object carries its creator's
+// default security: only a regular file of the caller's effective user, with mode 0600, is taken.
+// Its size is 0 (being built, or left by a builder that died) or that of an object of `kind`.
+// Anything else is refused (EACCES), never adopted: another user could read the data, truncate
+// the file under the mapping or hold its lock.
+void CheckOwnership(Kind kind, int fd, const std::string& systemName) {
+  struct stat status;
+  if (::fstat(fd, &status) != 0) throw Error(errno, systemName);
+  const char* refusal = nullptr;
+  if (!S_ISREG(status.st_mode)) {
+    refusal = " is not a regular file";
+  } else if (status.st_uid != ::geteuid()) {
+    refusal = " belongs to another user";
+  } else if ((status.st_mode & 07777) != 0600) {
+    refusal = " has another mode than 0600";
+  } else if (status.st_size != 0 &&
+             (kind == Kind::kMemory
+                  ? static_cast<std::size_t>(status.st_size) <= PageSize()
+                  : static_cast<std::size_t>(status.st_size) != TotalSize(kind, 0, systemName))) {
+    refusal = " has the size of no object of its kind";
+  }
+  if (refusal != nullptr) throw Error(EACCES, systemName + refusal);
 }
 
 }  // namespace
@@ -204,17 +229,25 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
     return reinterpret_cast<Block*>(mapping.base);
   }
 
-  // Lets go of the object: unmaps it and closes the descriptor, unlinking the name first when no
-  // other holder is left (the exclusive, non-blocking flock succeeds; on Linux a failed attempt
-  // drops this holder's shared lock, so of holders leaving together the last one succeeds).
-  void Close() {
-    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) {
-      // That thread still holds the lock through this mapping: keep the mapping and the
-      // descriptor, so the lock passes on when the thread ends.
-      return;
+  // Lets go of the name: unlinks it when no other holder is left (the exclusive, non-blocking
+  // flock succeeds; of holders leaving together the last one succeeds), else drops this
+  // holder's shared lock. False when the mapping and the descriptor must stay: another thread of
+  // this process still holds the mutex through them, and the lock passes on when it ends.
+  bool Leave() {
+    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) return false;
+    if (inherited) return true;  // the lock is the parent's
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+      ::shm_unlink(systemName.c_str());
+    } else {
+      ::flock(fd, LOCK_UN);
     }
+    return true;
+  }
+
+  // Unmaps the object and closes the descriptor, after Leave. Slow for a large region (the pages
+  // are freed), so done without the registry's lock.
+  void Unmap() {
     ::munmap(mapping.base, mapping.size);
-    if (!inherited && ::flock(fd, LOCK_EX | LOCK_NB) == 0) ::shm_unlink(systemName.c_str());
     ::close(fd);
   }
 
@@ -225,17 +258,21 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
   bool registered = false;
   // A forked child that could not take a lock of its own: it never unlinks the name.
   bool inherited = false;
+  // In a forked child: the object was being released by a thread that did not follow.
+  bool orphan = false;
 
  private:
   // Releases every level of the lock that the calling thread holds (a trylock adds one level
-  // or takes the free mutex; unlocking until EPERM gives them all back). Then tells whether
-  // another thread of this process holds the lock.
+  // or takes the free mutex; glibc counts the levels of a recursive mutex in __count, and
+  // exactly that many unlocks give them all back). Then tells whether another thread of this
+  // process holds the lock.
   bool HeldByAnotherThreadOfThisProcess() {
     pthread_mutex_t* mutex = &As<MutexBlock>()->mutex;
     const int error = pthread_mutex_trylock(mutex);
     if (error == 0 || error == EOWNERDEAD) {
       if (error == EOWNERDEAD) pthread_mutex_consistent(mutex);
-      while (pthread_mutex_unlock(mutex) == 0) {
+      for (unsigned levels = mutex->__data.__count; levels > 0; --levels) {
+        pthread_mutex_unlock(mutex);
       }
       return false;
     }
@@ -248,11 +285,17 @@ class NamedObject : public std::enable_shared_from_this<NamedObject> {
 
 namespace {
 
-// The objects this process holds, by system name. Opening and closing happen under the mutex,
-// which fork also takes, so a child never inherits an object half opened or half closed.
+// The objects this process holds, by system name. An entry is null while a thread opens its
+// object, which it does without the mutex: an open may wait for another process (a builder, a
+// lock). Another thread that wants the same name waits for that open to finish, and for a
+// pending release (an entry whose object has expired) to be done, so that a name is never open
+// twice in this process. Leaving a name (unlink or unlock) happens under the mutex, which fork
+// also takes, so a child never inherits an object half left; unmapping comes after, without it.
 struct Registry {
   std::mutex mutex;
+  std::condition_variable changed;  // an entry was filled in or removed
   std::unordered_map<std::string, NamedObject*> objects;
+  bool orphans = false;  // in a forked child: entries whose opener or releaser did not follow
 };
 
 Registry& TheRegistry();
@@ -264,8 +307,15 @@ void AfterForkInParent() { TheRegistry().mutex.unlock(); }
 // each object to hold a lock of its own. Only async-signal-safe calls here.
 void AfterForkInChild() {
   Registry& registry = TheRegistry();
+  // The parent's other threads are not in this process: start the condition afresh. The names
+  // they were opening, and the objects they were releasing, are dropped at the child's first
+  // open; until then the child holds those objects too.
+  new (&registry.changed) std::condition_variable;
+  registry.orphans = true;
   for (auto& entry : registry.objects) {
+    if (entry.second == nullptr) continue;
     NamedObject& object = *entry.second;
+    object.orphan = object.weak_from_this().expired();
     char path[32] = "/proc/self/fd/";
     char digits[16];
     int length = 0;
@@ -293,44 +343,59 @@ Registry& TheRegistry() {
   return *registry;
 }
 
+// A child forked between Leave and Unmap keeps a copy of the mapping and the descriptor, which
+// hold no lock: they cost it memory, never the object its lifetime.
 void Release(NamedObject* object) {
+  bool left;
   if (object->registered) {
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> lock(registry.mutex);
     auto found = registry.objects.find(object->systemName);
     if (found != registry.objects.end() && found->second == object) registry.objects.erase(found);
-    object->Close();
+    left = object->Leave();
+    registry.changed.notify_all();
   } else {
-    object->Close();
+    left = object->Leave();
   }
+  if (left) object->Unmap();
   delete object;
 }
 
-// Opens the object, creating or rebuilding it when this process is its only holder.
+// Opens the object, creating or rebuilding it when this process is its only holder. Waits for
+// other processes only in short pauses, and at most 10 seconds in all: then throws ETIMEDOUT.
 NamedObject* Open(Kind kind, const std::string& systemName, std::size_t dataSize) {
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-  for (;;) {
-    if (Clock::now() > deadline) throw Error(ETIMEDOUT, systemName + " is never built");
-    int fd = ::shm_open(systemName.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (fd < 0 && errno == EEXIST) fd = ::shm_open(systemName.c_str(), O_RDWR | O_CLOEXEC, 0);
+  const char* file = systemName.c_str() + 1;  // shm_open's names are files in /dev/shm
+  Descriptor directory(::open("/dev/shm", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() < 0) throw Error(errno, "/dev/shm");
+  constexpr int kFlags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  for (bool pause = false;; pause = true) {
+    if (pause) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (Clock::now() > deadline) {
+      throw Error(ETIMEDOUT, systemName + " stays locked or unbuilt by another process");
+    }
+    int fd = ::openat(directory.get(), file, kFlags | O_CREAT | O_EXCL, 0600);
+    const bool created = fd >= 0;
+    if (fd < 0 && errno == EEXIST) fd = ::openat(directory.get(), file, kFlags);
     if (fd < 0 && errno == ENOENT) continue;  // removed between the two calls
     if (fd < 0) throw Error(errno, systemName);
     Descriptor descriptor(fd);
+    if (created && ::fchmod(fd, 0600) != 0) throw Error(errno, systemName);  // despite the umask
+    CheckOwnership(kind, fd, systemName);
     // Exclusive: no other holder, so the object is new or was left by processes that died.
     const bool alone = ::flock(fd, LOCK_EX | LOCK_NB) == 0;
-    if (!alone) {
-      while (::flock(fd, LOCK_SH) != 0) {
-        if (errno != EINTR) throw Error(errno, systemName);
-      }
+    if (!alone && ::flock(fd, LOCK_SH | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) throw Error(errno, systemName);
+      continue;  // being built or released: look again after a pause
     }
-    if (!StillNamed(fd, systemName)) continue;  // its last holder unlinked it meanwhile
+    if (!StillNamed(fd, directory.get(), file)) continue;  // its last holder unlinked it meanwhile
     if (alone) {
       Mapping mapping;
       try {
         mapping = Build(kind, fd, dataSize, systemName);
       } catch (...) {
-        ::shm_unlink(systemName.c_str());
+        ::unlinkat(directory.get(), file, 0);
         throw;
       }
       ::flock(fd, LOCK_SH);  // a downgrade: always granted at once
@@ -341,7 +406,6 @@ NamedObject* Open(Kind kind, const std::string& systemName, std::size_t dataSize
       return new NamedObject(kind, systemName, descriptor.release(), mapping);
     }
     // Its builder died half-way; another try finds this process alone, or another one building.
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 }
 
@@ -350,21 +414,49 @@ std::shared_ptr<NamedObject> Acquire(Kind kind, const std::string& name, std::si
   Registry& registry = TheRegistry();
   std::shared_ptr<NamedObject> shared;  // released, when it must be, outside the registry's lock
   {
-    std::lock_guard<std::mutex> lock(registry.mutex);
-    auto found = registry.objects.find(systemName);
-    if (found != registry.objects.end()) shared = found->second->weak_from_this().lock();
-    if (!shared) {
-      // Not yet registered, the object is released without the registry's lock, so a failure
-      // here does not wait for the lock held here.
-      shared.reset(Open(kind, systemName, dataSize), Release);
-      registry.objects[systemName] = shared.get();
-      shared->registered = true;
-      return shared;
+    std::unique_lock<std::mutex> lock(registry.mutex);
+    if (registry.orphans) {
+      for (auto entry = registry.objects.begin(); entry != registry.objects.end();) {
+        NamedObject* object = entry->second;
+        if (object != nullptr && !object->orphan) {
+          ++entry;
+          continue;
+        }
+        if (object != nullptr && object->Leave()) object->Unmap();
+        delete object;
+        entry = registry.objects.erase(entry);
+      }
+      registry.orphans = false;
+    }
+    for (;;) {
+      const auto found = registry.objects.find(systemName);
+      if (found == registry.objects.end()) {
+        registry.objects.emplace(systemName, nullptr);  // this thread opens it
+        break;
+      }
+      if (found->second != nullptr && (shared = found->second->weak_from_this().lock())) break;
+      registry.changed.wait(lock);  // another thread opens it, or releases it
     }
   }
-  if (shared->mapping.dataSize < dataSize) {
-    throw Error(EINVAL, systemName + " is smaller than the size asked for");
+  if (shared) {
+    if (shared->mapping.dataSize < dataSize) {
+      throw Error(EINVAL, systemName + " is smaller than the size asked for");
+    }
+    return shared;
   }
+  try {
+    // Not yet registered, the object is released without the registry's lock.
+    shared.reset(Open(kind, systemName, dataSize), Release);
+  } catch (...) {
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    registry.objects.erase(systemName);
+    registry.changed.notify_all();
+    throw;
+  }
+  std::lock_guard<std::mutex> lock(registry.mutex);
+  registry.objects[systemName] = shared.get();
+  shared->registered = true;
+  registry.changed.notify_all();
   return shared;
 }
 
@@ -388,7 +480,7 @@ std::string NamedObjectSystemName(const std::string& kind, const std::string& na
     uint64_t hash = 14695981039346656037ull;  // FNV-1a
     for (const unsigned char c : name) hash = (hash ^ c) * 1099511628211ull;
     escaped.resize(160);
-    escaped += '.';
+    escaped += '~';  // escaped everywhere else (%7E): no name spells a shortened one
     for (int shift = 60; shift >= 0; shift -= 4) escaped += kHex[(hash >> shift) & 15];
   }
   return "/vantu." + kind + "." + escaped;

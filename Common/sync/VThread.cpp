@@ -36,19 +36,23 @@ VThread::~VThread() = default;
 
 void VThread::Start(Function function) {
   if (!thread_) throw -1;
-  VWorker& worker = *worker_;
+  // Held until Start returns: the function may destroy this handle, its last one, and its thread
+  // may end before POCO's start has returned. Nothing of this object is touched after the start.
+  const std::shared_ptr<Poco::Thread> thread = thread_;
+  const std::shared_ptr<VWorker> held = worker_;
+  VWorker& worker = *held;
   if (worker.running_.exchange(true, std::memory_order_acquire)) {
     throw VantuRuntimeException("Thread already running", 0);
   }
   try {
     worker.data_.store(data_.load(std::memory_order_relaxed), std::memory_order_relaxed);
     worker.function_.store(function, std::memory_order_relaxed);
-    worker.runningThread_ = thread_;
-    worker.runningSelf_ = worker_;
+    worker.runningThread_ = thread;
+    worker.runningSelf_ = held;
     // POCO starts a finished thread again on the same object and then detaches only the new
     // system thread: the previous one, whose function has returned, is detached here.
-    const Poco::Thread::TID previous = thread_->tid();
-    thread_->start(worker);
+    const Poco::Thread::TID previous = thread->tid();
+    thread->start(worker);
     if (worker.started_) vantu::platform::DetachThread(previous);
     worker.started_ = true;
   } catch (...) {

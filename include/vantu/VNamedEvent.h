@@ -5,7 +5,9 @@
 //
 // Names are any bytes; the empty name gives an object without an event, whose Set and Wait do
 // nothing (as when memory runs out). The constructor throws VantuRuntimeException when the
-// system refuses the object.
+// system refuses the object, when it belongs to another user or has another mode than 0600
+// (objects are made 0600, for their creator alone), or when another process keeps it locked for
+// 10 seconds. vantu_NamedEventCreate returns null in those cases.
 //
 // Ownership: copies, and the other objects of this process opened with the same name, share one
 // mapping, which the last of them releases.

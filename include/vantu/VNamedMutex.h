@@ -5,8 +5,11 @@
 //
 // Names are any bytes; the empty name gives an object without a mutex, whose Lock and Unlock
 // throw a plain int -1 (as they do when memory runs out). The constructor throws
-// VantuRuntimeException when the system refuses the object (no permission, no space); Unlock by
-// a thread that does not hold the mutex throws VantuRuntimeException.
+// VantuRuntimeException when the system refuses the object (no permission, no space), when the
+// name's object belongs to another user or has another mode than 0600 (objects are made 0600,
+// for their creator alone, as a Windows named object carries its creator's default security),
+// or when another process keeps it locked for 10 seconds; Unlock by a thread that does not hold
+// the mutex throws VantuRuntimeException.
 //
 // Ownership: copies, and the other objects of this process opened with the same name, share one
 // mapping, which the last of them releases. A mutex still held by the calling thread when the

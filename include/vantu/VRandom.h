@@ -9,7 +9,10 @@
 // Next(n) is uniform over [0, n) without modulo bias; Next(0) throws
 // VantuInvalidArgumentException. The constructor and FillSecure throw VantuRuntimeException
 // when the kernel gives no random bytes (it waits for the kernel's generator to be seeded at
-// boot). Copies continue the same sequence independently.
+// boot). Copies continue the same sequence independently. A generator seeded from the kernel
+// reseeds itself from the kernel in a forked child (at its first draw there), so parent and child
+// never draw the same numbers; one seeded with Seed() or VRandom(seed) continues its sequence in
+// the child, as repeatable as in the parent.
 //
 // Thread safety: none inside; one object per thread (FillSecure may be called from any thread).
 //
@@ -56,7 +59,13 @@ class VANTU_API VRandom : public VBaseObject {
   static void FillSecure(void* buffer, size_t size);
 
  private:
+  static constexpr unsigned long kCallerSeeded = ~0ul;
+
+  void SeedFromKernel();
+
   uint64_t state_[4];
+  // The process's fork generation when the kernel seeded the state, or kCallerSeeded.
+  unsigned long forkGeneration_ = kCallerSeeded;
 };
 
 #endif  // VANTU_VRANDOM_H

@@ -4,7 +4,9 @@
 // Access to the contents is not synchronised: pair the region with a VNamedMutex or VNamedEvent.
 //
 // Creation never throws: a null or empty name, a size below 1, a size the system cannot provide,
-// or a name whose region is already open with a smaller size leaves the object without a region,
+// a name whose region is already open with a smaller size, or whose region belongs to another
+// user or has another mode than 0600 (regions are made 0600, for their creator alone) leaves the
+// object without a region,
 // and BeginData and EndData then throw a plain int -1. The first opener fixes the region's size;
 // a later one may ask for that size or less. The data start on a page boundary.
 //

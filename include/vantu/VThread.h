@@ -6,7 +6,8 @@
 // Ownership: copies share the thread and its worker. Destroying the last copy neither waits for
 // the function nor frees what it uses: the running thread keeps its worker alive until the
 // function returns. A thread is never joined; its resources go when it has ended and the last
-// copy is gone. When the thread cannot be allocated the object is still built without it, and
+// copy is gone. The function may destroy the handle it was started from, even while Start still
+// runs. When the thread cannot be allocated the object is still built without it, and
 // Start throws a plain int -1.
 //
 // Errors: Start on a thread whose function still runs, or a thread the system refuses, throws

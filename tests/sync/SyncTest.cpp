@@ -3,7 +3,9 @@
 // processes and threads.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -112,6 +114,21 @@ TEST(VThreadTest, RunsOneFunctionAtATimeWithItsDataAndOutlivesItsHandles) {
   }
   record.go.Set();
   EXPECT_TRUE(ReachesAndStays(record.calls, 4));
+}
+
+// A function that destroys its own handle, often before Start has returned.
+TEST(VThreadTest, AFunctionMayDestroyItsOwnHandle) {
+  static std::atomic<int> done{0};
+  constexpr int kThreads = 300;
+  for (int i = 0; i < kThreads; ++i) {
+    auto* thread = new VThread;
+    thread->SetData(reinterpret_cast<uintptr_t>(thread));
+    thread->Start([](uintptr_t self) {
+      delete reinterpret_cast<VThread*>(self);
+      ++done;
+    });
+  }
+  EXPECT_TRUE(ReachesAndStays(done, kThreads));
 }
 
 std::vector<std::string> calls;  // "<context>:<argument>" per call
@@ -225,8 +242,11 @@ TEST(NamedObjectNameTest, EscapesOddBytesAndHashesLongNames) {
   const std::string a = NamedObjectSystemName("event", std::string(300, 'x'));
   const std::string b = NamedObjectSystemName("event", std::string(299, 'x') + "y");
   EXPECT_EQ(a.size(), 13u + 160 + 1 + 16);
-  EXPECT_EQ(a.compare(0, 174, b, 0, 174), 0);
+  EXPECT_EQ(a.compare(0, 173, b, 0, 173), 0);
   EXPECT_NE(a, b);
+  // No name spells a shortened one: the marker after the 160 bytes is never written unescaped.
+  EXPECT_EQ(a[173], '~');
+  EXPECT_NE(NamedObjectSystemName("event", a.substr(13)), a);
 }
 
 volatile uint64_t& Counter(const VSharedMemory& region) {
@@ -272,7 +292,7 @@ class NamedObjectsTest : public ::testing::Test {
 TEST_F(NamedObjectsTest, ProcessesShareObjectsAsTheyComeAndGoAndOtherUsersMayNotOpenThem) {
   VNamedEvent ready(name_ + ".ready"), leave(name_ + ".leave");
   const pid_t creator = Spawn([&] {
-    ::umask(022);  // objects readable, not writable, by other users
+    ::umask(0);  // the objects are made 0600 all the same
     VNamedMutex mutex(name_);
     VNamedEvent event(name_);
     VSharedMemory region(name_.c_str(), kSize);
@@ -282,6 +302,11 @@ TEST_F(NamedObjectsTest, ProcessesShareObjectsAsTheyComeAndGoAndOtherUsersMayNot
     leave.Wait();  // then leaves holding the lock: its last handle lets go of it
   });
   ready.Wait();
+  for (const char* kind : {"mutex", "event", "memory"}) {
+    EXPECT_EQ(fs::status(std::string("/dev/shm/vantu.") + kind + "." + name_).permissions(),
+              fs::perms::owner_read | fs::perms::owner_write)
+        << kind;
+  }
   if (::geteuid() == 0) {  // root can act as another user, who may not open them
     ASSERT_EQ(::seteuid(65534), 0);
     EXPECT_THROW(VNamedMutex{name_}, VantuRuntimeException);
@@ -343,6 +368,53 @@ TEST_F(NamedObjectsTest, ProcessesShareObjectsAsTheyComeAndGoAndOtherUsersMayNot
   EXPECT_EQ(Reap(partner), 0);
 }
 
+// Files planted under an object's name before it is opened: another user's (whose lock must not
+// hold the opener up), or this user's with another mode or size. Each is refused at once.
+TEST_F(NamedObjectsTest, AFilePlantedByAnotherUserOrWithAnotherModeOrSizeIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to act as another user";
+  struct Plant {
+    uid_t owner;
+    mode_t mode;
+    off_t size;
+    bool locked;
+  } const plants[] = {
+      {65534, 0666, 0, true}, {65534, 0600, 0, false}, {0, 0644, 0, false}, {0, 0600, 5, false}};
+  const std::pair<std::string, std::function<void()>> opens[] = {
+      {"mutex", [&] { EXPECT_THROW(VNamedMutex{name_}, VantuRuntimeException); }},
+      {"event",
+       [&] {
+         EXPECT_THROW(VNamedEvent{name_}, VantuRuntimeException);
+         EXPECT_EQ(vantu_NamedEventCreate(name_.c_str()), nullptr);
+       }},
+      {"memory", [&] { EXPECT_THROW(VSharedMemory(name_.c_str(), kSize).BeginData(), int); }}};
+  VNamedEvent ready(name_ + ".ready");
+  ::alarm(120);  // an opener that waits for the planted lock ends the test
+  for (const Plant& plant : plants) {
+    for (const auto& [kind, open] : opens) {
+      const std::string path = "/dev/shm/vantu." + kind + "." + name_;
+      SCOPED_TRACE(path + " of " + std::to_string(plant.owner) + ", mode " +
+                   std::to_string(plant.mode) + ", size " + std::to_string(plant.size));
+      const pid_t planter = Spawn([&] {
+        const int fd = ::setresgid(plant.owner, plant.owner, plant.owner) == 0 &&
+                               ::setresuid(plant.owner, plant.owner, plant.owner) == 0
+                           ? ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, plant.mode)
+                           : -1;
+        if (fd < 0 || ::fchmod(fd, plant.mode) != 0 || ::ftruncate(fd, plant.size) != 0 ||
+            (plant.locked && ::flock(fd, LOCK_EX) != 0)) {
+          ::_exit(1);
+        }
+        ready.Set();
+        ::pause();
+      });
+      ready.Wait();
+      open();
+      Reap(planter, true);
+      EXPECT_EQ(::unlink(path.c_str()), 0);
+    }
+  }
+  ::alarm(0);
+}
+
 TEST_F(NamedObjectsTest, KilledHoldersLeaveObjectsToRebuildOrALockToTakeOver) {
   VNamedEvent ready(name_ + ".ready");
   auto holder = [&] {  // locks twice, adds 5 and waits to be killed
@@ -396,6 +468,64 @@ TEST_F(NamedObjectsTest, AForkedChildAndALastHandleLeaveWhatOthersHold) {
   go.Set();
   EXPECT_TRUE(ReachesAndStays(Counter(*region), 9));
   EXPECT_EQ(Reap(other), 0);
+}
+
+// Between threads of one process; also run under ThreadSanitizer.
+class NamedObjectThreadsTest : public NamedObjectsTest {};
+
+// Two threads lock and close one mutex while a third keeps making a large region, which in turn
+// holds up the others' opens and closes: a close still pending when an open of the same name
+// comes must finish first, or the descriptor leaks and the name stays.
+TEST_F(NamedObjectThreadsTest, OpeningAndClosingOneNameFromTwoThreadsLeavesNothingOpen) {
+  const auto descriptors = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = descriptors();
+  std::atomic<bool> stop{false};
+  auto lockAndClose = [&] {
+    while (!stop) {
+      VNamedMutex mutex(name_);
+      VAutoNamedMutexLock lock(&mutex);
+      std::this_thread::sleep_for(std::chrono::microseconds(100));  // a while at work
+    }
+  };
+  std::thread first(lockAndClose), second(lockAndClose);
+  for (int i = 0; i < 50; ++i) VSharedMemory((name_ + ".large").c_str(), 16 << 20);
+  stop = true;
+  first.join();
+  second.join();
+  EXPECT_EQ(descriptors(), before);
+}
+
+// A lock held elsewhere, here through a descriptor of this process's own: the opener waits a
+// bounded time, then throws, and opens of other names go on meanwhile.
+TEST_F(NamedObjectThreadsTest, AnOpenWaitsBoundedlyForALockAndHoldsUpNoOtherOpen) {
+  const std::string path = "/dev/shm/vantu.mutex." + name_;
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::flock(fd, LOCK_EX), 0);
+  ::alarm(60);
+  const auto start = Clock::now();
+  std::thread waiter([&] { EXPECT_THROW(VNamedMutex{name_}, VantuRuntimeException); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the waiter is in its wait
+  VNamedMutex other(name_ + ".other");                          // opens while the waiter waits
+  { VAutoNamedMutexLock lock(&other); }
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+  // A child forked meanwhile waits for the name itself, not for the waiter, which it lacks.
+  const pid_t child = Spawn([&] {
+    try {
+      VNamedMutex mutex(name_);
+      ::_exit(1);
+    } catch (const VantuRuntimeException&) {
+      ::_exit(0);
+    }
+  });
+  waiter.join();
+  EXPECT_EQ(Reap(child), 0);
+  ::alarm(0);
+  EXPECT_GT(Clock::now() - start, std::chrono::seconds(5));
+  ::close(fd);
+  EXPECT_EQ(::unlink(path.c_str()), 0);
 }
 
 TEST_F(NamedObjectsTest, BadNamesAndSizesGiveClearResults) {

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <set>
 #include <vector>
 
@@ -46,6 +49,26 @@ TEST(VRandomTest, SeedsRepeatKernelSeedsDifferAndDrawsAreUniform) {
       EXPECT_EQ(std::set<unsigned char>(bytes.begin(), bytes.end() - 1).size(), 256u);
     }
   }
+}
+
+// A forked child draws afresh from a kernel-seeded generator, and repeats a seeded one.
+TEST(VRandomTest, AForkedChildReseedsOnlyAKernelSeededGenerator) {
+  VRandom kernel;
+  VRandom seeded(5);
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const uint64_t drawn[2] = {kernel.Next64(), seeded.Next64()};
+    ::_exit(::write(pipe[1], drawn, sizeof(drawn)) == sizeof(drawn) ? 0 : 1);
+  }
+  uint64_t drawn[2] = {};
+  EXPECT_EQ(::read(pipe[0], drawn, sizeof(drawn)), ssize_t{sizeof(drawn)});
+  ::waitpid(child, nullptr, 0);
+  ::close(pipe[0]);
+  ::close(pipe[1]);
+  EXPECT_NE(drawn[0], kernel.Next64());
+  EXPECT_EQ(drawn[1], seeded.Next64());
 }
 
 }  // namespace
