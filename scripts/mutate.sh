@@ -148,11 +148,27 @@ fault net-no-fallback Common/internal/ReceiveBuffer.cpp vantu_net_tests \
 fault claim-overwrites tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/renameat2\(fromDir, from, toDir, to, RENAME_NOREPLACE\)/renameat2(fromDir, from, toDir, to, 0)/'
 fault claim-gone-is-error tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/error == ENOENT && ::lstat/error == -1 \&\& ::lstat/'
+  's/gone = error == ENOENT &&/gone = error == -1 \&\&/'
 fault claim-leftovers-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/std::sort\(left.begin\(\), left.end\(\)\);/left.clear();/'
 fault claim-not-locked tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/::flock\(lock, LOCK_EX \| LOCK_NB\) != 0/false/'
+  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/false/'
+fault claim-lock-no-wait tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/std::chrono::seconds\(10\)/std::chrono::seconds(0)/'
+fault claim-takes-any-folder tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/if \(!made && ::faccessat/if (false \&\& ::faccessat/'
+fault claim-made-before-checks tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/  if \(elsewhere\(planned\)\) return false;/  std::filesystem::create_directories(options.claim, error);\n$&/'
+fault claim-name-too-long tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/size_t keep = std::min\(dot, NAME_MAX - tail.size\(\)\);/size_t keep = dot;/'
+fault claim-not-reopened tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/const bool watched = !SameFolder/const bool watched = false \&\& !SameFolder/'
+fault tool-log-trace-default tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/: options.verbose\s+\? kInformation\s+: kNotice/: kInformation/'
+fault tool-null-tab tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/record \+= separator \+ std::string\("deleted"\)/record += "\\tdeleted"/'
+fault tool-unreadable-watched tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \
   's/CURLOPT_MAXREDIRS, 50L/CURLOPT_MAXREDIRS, 51L/'
 fault net-no-follow Common/net/VURL.cpp vantu_net_tests \

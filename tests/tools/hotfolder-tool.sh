@@ -77,6 +77,15 @@ done
 "$tool" --once --null odd >got
 printf "$work/odd/%s\0" "$latin" "$utf8" "$control" | LC_ALL=C sort -z >want
 LC_ALL=C sort -z got | cmp -s - want || fail "--null output differs"
+"$tool" --once --null --exec true --delete odd >got
+[ "$(tr '\0' '\n' <got | grep -cx deleted)" -eq 3 ] || fail "--null results not NUL-separated"
+
+# An unreadable watched folder is refused (as an unprivileged user: root reads it).
+mkdir locked && chmod 0 locked && chmod 711 "$work"
+rc=0
+"$(dirname "$0")/../support/as-non-root.sh" "$tool" --once locked 2>err || rc=$?
+chmod 700 locked
+[ $rc -eq 77 ] || { [ $rc -eq 2 ] && grep -q 'Permission denied' err; } || fail "unreadable: $rc"
 
 # Commands start with no signal blocked and SIGINT, SIGTERM, SIGPIPE at their default action,
 # even when the tool's own caller ignores SIGINT and SIGPIPE.
@@ -125,8 +134,9 @@ for mode in gentle stubborn; do
 done
 grep -q 'slow/.	exit 3' gentle.out || fail "the stopped command not reported"
 
-# A watching tool stops on SIGTERM and writes its log.
-"$tool" --period 100 --log "$work/log" inbox >delivered 2>/dev/null &
+# A watching tool stops on SIGTERM and writes its log: by default deliveries and results, no trace.
+rm log/vantu-hotfolder.log
+"$tool" --period 100 --exec true --log "$work/log" inbox >delivered 2>/dev/null &
 pid=$!
 echo $pid >tool.pid
 printf 'late' >inbox/late.txt
@@ -134,5 +144,7 @@ await 10 grep -q late.txt delivered || fail "late.txt not delivered"
 kill -TERM $pid
 reap
 [ $rc -eq 143 ] || fail "watching: status $rc"
-grep -q 'Adding .*/inbox/late.txt to the list' log/vantu-hotfolder.log || fail "no trace"
+grep -q "Delivered $work/inbox/late.txt" log/vantu-hotfolder.log &&
+  grep -q "command for $work/inbox/late.txt succeeded" log/vantu-hotfolder.log || fail "no log"
+if grep -q 'Checking file' log/vantu-hotfolder.log; then fail "trace logged by default"; fi
 echo "hotfolder tool: ok"
