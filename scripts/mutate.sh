@@ -152,11 +152,11 @@ fault claim-gone-is-error tools/vantu-hotfolder.cpp vantu-hotfolder \
 fault claim-leftovers-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/std::sort\(left.begin\(\), left.end\(\)\);/left.clear();/'
 fault claim-not-locked tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/false/'
+  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/::flock(fd, LOCK_UN) != 0/'
 fault claim-lock-no-wait tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/std::chrono::seconds\(10\)/std::chrono::seconds(0)/'
 fault claim-takes-any-folder tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/if \(!made && ::faccessat/if (false \&\& ::faccessat/'
+  's/if \(!made && ::faccessat/if (!made \&\& false \&\& ::faccessat/'
 fault claim-made-before-checks tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/  if \(elsewhere\(planned\)\) return false;/  std::filesystem::create_directories(options.claim, error);\n$&/'
 fault claim-name-too-long tools/vantu-hotfolder.cpp vantu-hotfolder \
