@@ -51,6 +51,12 @@ fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/      list_.erase\(entry.item\);/      (void)entry;/'
 fault remove-waits-for-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/(bool keepFile\) \{\n)(  std::lock_guard<std::recursive_mutex> lock\(\*listMutex_\);)/$1  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);\n$2/'
+fault hotfolder-link-escapes Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/return Inside\(target\) \? LinkUse::kTarget/return true ? LinkUse::kTarget/'
+fault hotfolder-follow-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/followLinks \? LinkUse::kName : LinkUse::kSkip/LinkUse::kSkip/'
+fault hotfolder-dot-above Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(!dotBelowOnly\) return UnderDotDirectory\(path\);/return UnderDotDirectory(path);/'
 fault open-blocks-on-fifo Common/platform/Platform_POSIX.cpp vantu_zip_tests \
   's/O_RDONLY \| O_NONBLOCK \| O_CLOEXEC\);/O_RDONLY | O_CLOEXEC);/'
 fault reads-special-files Common/platform/Platform_POSIX.cpp vantu_xml_tests \

@@ -68,6 +68,45 @@ bool UnderDotDirectory(const std::string& path) {
   return false;
 }
 
+using LinkUse = vantu::internal::DirectoryVisitor::LinkUse;
+
+// What the settings say about the entries of one watched folder, the same for a scan, its
+// sub-folder scans and the watcher.
+struct Rules {
+  std::string folder;  // the watched folder as given, ending in "/"
+  std::string real;    // its fully resolved path, ending in "/"; empty when it cannot be resolved
+  bool followLinks = false;
+  bool dotBelowOnly = false;
+
+  Rules() = default;
+  Rules(const std::string& path, bool follow, bool dotBelow)
+      : folder(path), followLinks(follow), dotBelowOnly(dotBelow) {
+    if (folder.empty() || folder.back() != '/') folder.push_back('/');
+    if (vantu::platform::RealPath(path, real) && real.back() != '/') real.push_back('/');
+  }
+
+  bool Inside(const std::string& target) const {
+    return !real.empty() && (target.compare(0, real.size(), real) == 0 ||
+                             target.compare(0, std::string::npos, real, 0, real.size() - 1) == 0);
+  }
+  // A link whose target lies inside the folder stands for its target; one that leads out is
+  // walked under its own name when links are followed, else skipped.
+  LinkUse ForLink(const std::string& target) const {
+    return Inside(target) ? LinkUse::kTarget : followLinks ? LinkUse::kName : LinkUse::kSkip;
+  }
+  // Whether a file is ignored because a directory of its path starts with ".": every directory
+  // of the path, or only those below the folder.
+  bool UnderDot(const std::string& path) const {
+    if (!dotBelowOnly) return UnderDotDirectory(path);
+    for (const std::string* prefix : {&folder, &real}) {
+      if (!prefix->empty() && path.compare(0, prefix->size(), *prefix) == 0) {
+        return UnderDotDirectory(path.substr(prefix->size()));
+      }
+    }
+    return UnderDotDirectory(path);
+  }
+};
+
 // The entries listed before a scan, found by their key without copying it: an open-addressing
 // table over the list's own strings, built once per scan. Each slot keeps part of its key's hash
 // beside the entry's index, so a probe rarely reads another entry's string.
@@ -142,9 +181,10 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   using Waiter = std::function<bool(Clock::time_point deadline)>;
 
   // `outer` is a scan of the same list in progress on this thread (a callback scanning again).
-  Scan(std::list<VHFItem>& list, Callback callback, void* userData, bool groupFolders,
-       const std::atomic<bool>* stopping, Scan* outer = nullptr)
-      : list_(list),
+  Scan(std::list<VHFItem>& list, const Rules& rules, Callback callback, void* userData,
+       bool groupFolders, const std::atomic<bool>* stopping, Scan* outer = nullptr)
+      : rules_(rules),
+        list_(list),
         index_(list),
         outer_(outer),
         callback_(callback),
@@ -222,7 +262,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     if (Stopping()) return 1;
     if (directory) {
       if (DotName(path)) return 0;
-    } else if (!groupFolders_ && UnderDotDirectory(path)) {
+    } else if (!groupFolders_ && rules_.UnderDot(path)) {
       return 0;
     }
     const auto seen = [](ListIndex::Entry& entry) { entry.seen = true; };
@@ -243,7 +283,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
       item.file.List(names);
       for (const std::string& n : names) item.contents.emplace_back(VPath::FromFileSystem(n));
       auto sub = std::make_unique<SubFolder>();
-      sub->scan = std::make_unique<Scan>(sub->list, nullptr, nullptr, false, nullptr);
+      sub->scan = std::make_unique<Scan>(sub->list, rules_, nullptr, nullptr, false, nullptr);
       sub->scan->Walk(path, false);
       const Clock::time_point deadline = sub->scan->LastDeadline();
       pendingKeys_.insert(path);
@@ -258,6 +298,15 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     pendingKeys_.insert(path);
     pending_.push_back({std::move(item), size1, Clock::now() + kStabilityWait, nullptr});
     return 0;
+  }
+
+  LinkUse Link(const std::string& path, const std::string& target) override {
+    const LinkUse use = rules_.ForLink(target);
+    if (use == LinkUse::kSkip) {
+      VANTU_SCAN_TRACE(236).Format("Skipping %s: the link leads outside the folder, to %s",
+                                   path.c_str(), target.c_str());
+    }
+    return use;
   }
 
   bool Unreadable(const std::string& path, int error) override {
@@ -313,6 +362,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     }
   }
 
+  const Rules& rules_;
   std::list<VHFItem>& list_;
   ListIndex index_;
   Scan* const outer_;
@@ -354,35 +404,42 @@ class VHotfolder::Watcher {
     std::string path;
     bool recursive;
     bool groupFolders;
+    bool followLinks;
     bool operator==(const Settings& other) const {
       return path == other.path && recursive == other.recursive &&
-             groupFolders == other.groupFolders;
+             groupFolders == other.groupFolders && followLinks == other.followLinks;
     }
   };
 
   // Watches every directory a scan of `path` reads, except those under a "." directory.
   class DirectoryAdder : public vantu::internal::DirectoryVisitor {
    public:
-    explicit DirectoryAdder(vantu::platform::ChangeNotifier& notifier) : notifier_(notifier) {}
+    DirectoryAdder(vantu::platform::ChangeNotifier& notifier, const Rules& rules)
+        : notifier_(notifier), rules_(rules) {}
     int Visit(const std::string& path, bool directory) override {
       if (directory && Enter(path)) notifier_.Watch(path);
       return 0;
     }
     bool Enter(const std::string& path) override { return !DotName(path); }
+    LinkUse Link(const std::string&, const std::string& target) override {
+      return rules_.ForLink(target);
+    }
     bool Unreadable(const std::string&, int) override { return true; }
 
    private:
     vantu::platform::ChangeNotifier& notifier_;
+    const Rules& rules_;
   };
 
   Settings Current() const {
-    return {PathBytes(folder_.GetPath()), folder_.recursive_.load(), folder_.groupFolders_.load()};
+    return {PathBytes(folder_.GetPath()), folder_.recursive_.load(), folder_.groupFolders_.load(),
+            folder_.followLinks_.load()};
   }
 
   // Watches the directories below `directory`, `depth` levels down.
   void WatchBelow(const std::string& directory, unsigned depth) {
     if (depth == 0) return;
-    DirectoryAdder adder(notifier_);
+    DirectoryAdder adder(notifier_, rules_);
     try {
       vantu::internal::WalkDirectory(directory, true, depth - 1, true, adder);
     } catch (...) {
@@ -397,6 +454,7 @@ class VHotfolder::Watcher {
   // every tick.
   void Arm() {
     armed_ = Current();
+    rules_ = Rules(armed_.path, armed_.followLinks, false);
     notifier_.Reset();
     watching_ = notifier_.Watch(armed_.path);
     if (watching_) WatchBelow(armed_.path, Depth(armed_));
@@ -444,6 +502,7 @@ class VHotfolder::Watcher {
   VHotfolder& folder_;
   vantu::platform::ChangeNotifier notifier_;
   Settings armed_;
+  Rules rules_;
   bool watching_ = false;  // the folder itself is watched
   std::mutex mutex_;
   std::condition_variable requested_;
@@ -513,6 +572,8 @@ void VHotfolder::CopyFrom(const VHotfolder& other) {
   enabled_ = other.enabled_.load();
   stopping_ = other.stopping_.load();
   wakeOnChange_ = other.wakeOnChange_.load();
+  followLinks_ = other.followLinks_.load();
+  dotBelowOnly_ = other.dotBelowOnly_.load();
 }
 
 std::list<VHFItem>* VHotfolder::GetFileList() { return &fileList_; }
@@ -529,6 +590,8 @@ void* VHotfolder::GetUserData() const { return userData_; }
 void VHotfolder::Enable(bool enabled) { enabled_ = enabled; }
 bool VHotfolder::isEnabled() const { return enabled_; }
 bool VHotfolder::GetWakeOnChange() const { return wakeOnChange_; }
+bool VHotfolder::GetFollowLinks() const { return followLinks_; }
+bool VHotfolder::GetDotRuleBelowFolderOnly() const { return dotBelowOnly_; }
 
 void VHotfolder::SetPath(const VPath& path) {
   std::lock_guard<std::mutex> lock(pathMutex_);
@@ -539,6 +602,8 @@ void VHotfolder::SetRecursive(bool recursive) { recursive_ = recursive; }
 void VHotfolder::SetGroupFolders(bool groupFolders) { groupFolders_ = groupFolders; }
 void VHotfolder::SetCallback(Callback callback) { callback_ = callback; }
 void VHotfolder::SetUserData(void* userData) { userData_ = userData; }
+void VHotfolder::SetFollowLinks(bool follow) { followLinks_ = follow; }
+void VHotfolder::SetDotRuleBelowFolderOnly(bool belowOnly) { dotBelowOnly_ = belowOnly; }
 
 void VHotfolder::SetWakeOnChange(bool wake) {
   std::unique_ptr<Watcher> stopped;
@@ -603,7 +668,8 @@ int VHotfolder::CheckFolderChanges() {
     std::lock_guard<std::mutex> changes(changeMutex_);
     changed_ = false;  // this scan's walk sees them
   }
-  Scan scan(fileList_, callback, userData, groupFolders_, &stopping_, activeScan_);
+  const Rules rules(folder, followLinks_, dotBelowOnly_);
+  Scan scan(fileList_, rules, callback, userData, groupFolders_, &stopping_, activeScan_);
   activeScan_ = &scan;
   struct Restore {
     Scan*& active;

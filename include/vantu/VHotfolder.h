@@ -1,19 +1,30 @@
 // VHotfolder: watches one directory and hands each complete arriving file to a callback, once.
 //
 // On a periodic timer (first scan one second after Start, then every period) a scan walks the
-// directory (recursively if asked; entries under a directory whose name starts with "." are
-// ignored), and for each entry not yet delivered checks that no process holds it open for
-// writing, that it is not empty, and that its size did not grow between two readings at least
-// 500 ms apart. A complete entry is appended to the file list and the callback receives its path
-// (UTF-8 bytes as the file system names it, NUL-terminated), the path's length and the user
-// data. In group-folders mode a sub-directory is one entry, delivered (its path ending in "/")
-// once every file directly inside it is complete in the same scan. A scan takes the first size
-// of every candidate as it walks, then each candidate's second size once 500 ms have passed
+// directory (recursively if asked), and for each entry not yet delivered checks that no process
+// holds it open for writing, that it is not empty, and that its size did not grow between two
+// readings at least 500 ms apart. A complete entry is appended to the file list and the callback
+// receives its path (UTF-8 bytes as the file system names it, NUL-terminated), the path's length
+// and the user data. In group-folders mode a sub-directory is one entry, delivered (its path ending
+// in "/") once every file directly inside it is complete in the same scan. A scan takes the first
+// size of every candidate as it walks, then each candidate's second size once 500 ms have passed
 // since its first, and delivers: it waits about 500 ms however many files it checks. An entry
 // already delivered costs a scan its listing and one lookup. Callbacks come in the order the
 // walk found the entries;
 // all callbacks of all hot folders of the process are serialised by one recursive mutex, so a
 // callback may itself run a scan of another hot folder.
+//
+// Entries under a directory whose name starts with "." are ignored. By default every directory
+// of the path counts, also those above the watched folder: a folder that lies below a "."
+// directory delivers nothing (in group-folders mode only its own files, never a sub-directory).
+// SetDotRuleBelowFolderOnly(true) applies the rule to the names below the watched folder only.
+//
+// A hot folder never delivers, nor deletes, anything whose resolved location lies outside its
+// watched folder: a symbolic link whose target lies inside stands for its target (delivered
+// under the target's path); one that leads out is skipped and traced ("Skipping <link>: the link
+// leads outside the folder, to <target>"). SetFollowLinks(true), for trusted folders, delivers
+// outside targets too, under the link's own path (a linked directory's files under the link's
+// name).
 //
 // The file list is the hot folder's only memory: an entry stays in it, and is not delivered
 // again, for as long as every scan finds it. An entry that disappears drops out of the list and
@@ -70,7 +81,8 @@ class VANTU_API VHotfolder : public VBaseObject {
   // Slot 3: CopyFrom(other) unless other is this object.
   virtual void Assign(const VHotfolder& other);
   // Slot 4: copies path, group folders, recursive, period, callback, user data, enabled,
-  // stopping and wake-on-change; never the list, the timer, the watcher or the mutex.
+  // stopping, wake-on-change, follow-links and the dot rule; never the list, the timer, the watcher
+  // or the mutex.
   virtual void CopyFrom(const VHotfolder& other);
 
   // The live list of delivered entries, in delivery order. Lock-free access races with scans:
@@ -94,6 +106,13 @@ class VANTU_API VHotfolder : public VBaseObject {
   void SetGroupFolders(bool groupFolders);
   void SetCallback(Callback callback);
   void SetUserData(void* userData);
+  // Delivers what links that lead outside the folder point to (see above); off by default.
+  void SetFollowLinks(bool follow);
+  bool GetFollowLinks() const;
+  // Ignores entries under "." directories below the watched folder only (see above); off by
+  // default.
+  void SetDotRuleBelowFolderOnly(bool belowOnly);
+  bool GetDotRuleBelowFolderOnly() const;
   // Wakes a scan early when entries change (see above); off by default. Takes effect at once.
   void SetWakeOnChange(bool wake);
   bool GetWakeOnChange() const;
@@ -139,6 +158,8 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::atomic<bool> groupFolders_{false};
   std::atomic<bool> stopping_{false};
   std::atomic<bool> wakeOnChange_{false};
+  std::atomic<bool> followLinks_{false};
+  std::atomic<bool> dotBelowOnly_{false};
   std::mutex watcherMutex_;  // guards watcher_ and running_
   std::unique_ptr<Watcher> watcher_;
   bool running_ = false;

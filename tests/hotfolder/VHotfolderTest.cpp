@@ -211,6 +211,62 @@ TEST_F(VHotfolderTest, TheFolderGoingAwayAndHostileTreesDoNotStopIt) {
   std::filesystem::remove_all(moved);
 }
 
+// A link that leads out of the folder is followed only when asked: its target then comes under
+// the link's own path, and removing that deletes the link, not the target.
+TEST_F(VHotfolderTest, LinksLeadingOutsideAreSkippedUnlessFollowed) {
+  const TempDir outside;
+  const std::string target = outside.Write("o", "out");
+  outside.Write("d/f", "out");
+  const std::string inner = dir.Write("sub/t", "in");
+  for (const auto& [to, name] : {std::pair{target, "lf"}, {outside / "d", "ld"}, {inner, "lt"}}) {
+    ASSERT_EQ(::symlink(to.c_str(), (dir / name).c_str()), 0);
+  }
+  folder.CheckFolderChanges();  // not recursive: the link inside brings sub/t
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{inner});
+  folder.SetRecursive(true);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{inner});
+  folder.SetFollowLinks(true);
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Count(dir / "lf"), 1u);
+  EXPECT_EQ(delivered.Count(dir / "ld/f"), 1u);
+  EXPECT_EQ(delivered.Paths().size(), 3u);
+  folder.Remove(VFile((dir / "lf").c_str()), false);
+  EXPECT_FALSE(std::filesystem::is_symlink(dir / "lf"));
+  EXPECT_TRUE(std::filesystem::exists(target));
+}
+
+// By default a folder below a "." directory delivers nothing (in group-folders mode only its own
+// files); with the rule applied below the folder only, it is watched like any other.
+TEST(VHotfolderDotRuleTest, AFolderBelowADotDirectory) {
+  const TempDir base;
+  const std::string inbox = base / ".data/inbox";
+  for (const char* name : {"a", "job/b", ".x/c"})
+    base.Write(".data/inbox/" + std::string(name), "1");
+  const struct {
+    bool group;
+    bool belowOnly;
+    std::vector<std::string> expected;
+  } cases[] = {{false, false, {}},
+               {true, false, {inbox + "/a"}},
+               {false, true, {inbox + "/a", inbox + "/job/b"}},
+               {true, true, {inbox + "/a", inbox + "/job/"}}};
+  for (const auto& c : cases) {
+    Deliveries delivered;
+    VHotfolder folder;
+    folder.SetPath(VPath(inbox.c_str()));
+    folder.SetCallback(&Deliveries::Callback);
+    folder.SetUserData(&delivered);
+    folder.SetRecursive(!c.group);
+    folder.SetGroupFolders(c.group);
+    folder.SetDotRuleBelowFolderOnly(c.belowOnly);
+    folder.CheckFolderChanges();
+    std::vector<std::string> paths = delivered.Paths();
+    std::sort(paths.begin(), paths.end());
+    EXPECT_EQ(paths, c.expected) << "group " << c.group << ", below only " << c.belowOnly;
+  }
+}
+
 // The callback mutex serialises the callbacks of all hot folders; a callback that removes its
 // own file and runs a scan of another hot folder (whose callback then comes on this thread)
 // must not deadlock.
@@ -258,6 +314,7 @@ TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
   VLog* previous = VLog::SetCurrent(&log);
   const std::string a = dir.Write("a", "1");
   dir.Write("empty", "");
+  ASSERT_EQ(::symlink(logDir.path().c_str(), (dir / "out").c_str()), 0);
   folder.CheckFolderChanges();
   folder.CheckFolderChanges();
   folder.Remove(VFile(a.c_str()), false);
@@ -272,6 +329,8 @@ TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
   EXPECT_TRUE(
       has("INFO [File: VHotfolder Line: 233]\t\"File " + (dir / "empty") + " is not available\""));
   EXPECT_TRUE(has("INFO [File: VHotfolder Line: 160]\t\"File " + a + " found in the list\""));
+  EXPECT_TRUE(has("INFO [File: VHotfolder Line: 236]\t\"Skipping " + (dir / "out") +
+                  ": the link leads outside the folder, to " + logDir.path() + "\""));
   EXPECT_TRUE(has("INFO [File: VHotfolder Line: 447]\t\"Removing " + a + "\""));
   EXPECT_TRUE(has("INFO [File: VHotfolder Line: 464]\t\"Removing " + a + ", found in the list\""));
   EXPECT_TRUE(has("INFO [File: VHotfolder Line: 474]\t\"Deleting " + a + "\""));
