@@ -173,6 +173,14 @@ fault tool-log-trace-default tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/: options.verbose\s+\? kInformation\s+: kNotice/: kInformation/'
 fault tool-null-tab tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/record \+= separator \+ std::string\("deleted"\)/record += "\\tdeleted"/'
+fault tool-delete-through-links tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/O_PATH \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_PATH | O_DIRECTORY | O_CLOEXEC/'
+fault tool-follow-links-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/folder.SetFollowLinks\(options.followLinks\);//'
+fault tool-skipped-link-silent tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/VHotfolder Line: 236/VHotfolder Line: 936/'
+fault tool-dot-rule-above tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/folder.SetDotRuleBelowFolderOnly\(true\);//'
 fault tool-unreadable-watched tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \

@@ -1,11 +1,14 @@
 // vantu-hotfolder: watches a directory and prints each complete file that arrives in it.
 //
 // Built on libvantu's public classes only: a VHotfolder finds and delivers the files, a VLog
-// records the hot folder's trace and the commands' results (with --log, or --verbose, which
-// reads the same trace to say why a file still waits).
+// records deliveries and the commands' results (with --log; the hot folder's trace too at level
+// information, which --verbose reads to say why a file still waits or a link is skipped).
 //
 // With --claim, each instance moves a delivered file into a folder of its own before handling
 // it, so that several instances share one watched folder and each file is handled once.
+//
+// Deletes and claims act relative to a descriptor of the watched folder and never follow a link
+// on their way: nothing outside the folder is deleted or moved, whatever links others plant.
 //
 // Threads: the scans (the hot folder's timer thread, or one thread for --once) only queue what
 // they deliver; the main thread takes the queue one entry at a time and runs the commands; a
@@ -65,6 +68,7 @@ struct Options {
   bool verbose = false;
   bool noWake = false;
   std::string claim;
+  bool followLinks = false;
 };
 
 constexpr int kNotice = 5;       // the log's default: deliveries, results and problems
@@ -188,9 +192,16 @@ const OptionEntry kOptionTable[] = {
        o.claim = v;
        return true;
      }},
+    {"--follow-links", nullptr,
+     "for trusted folders: also deliver what a symbolic link that leads out of\n"
+     "DIRECTORY points to, under the link's path (by default such a link is\n"
+     "skipped). --delete and --claim still act on the link itself, never on\n"
+     "its target, and leave a file reached through a linked folder alone",
+     &Options::followLinks},
     {"--shell", nullptr, "run the --exec command through /bin/sh -c", &Options::shell},
     {"--delete", nullptr,
-     "delete a delivered entry after its command succeeded (needs --exec); an\n"
+     "delete a delivered entry after its command succeeded (needs --exec; a link\n"
+     "as itself, never its target); an\n"
      "entry that cannot be deleted is reported, and not handled again before a\n"
      "restart",
      &Options::deleteAfter},
@@ -239,7 +250,7 @@ const OptionEntry kOptionTable[] = {
      &Options::null},
     {"--verbose", nullptr,
      "also say why a file still waits (held open by a writer, still growing,\n"
-     "empty, unreadable)",
+     "empty, unreadable) and why a link is skipped",
      &Options::verbose},
 };
 
@@ -440,7 +451,8 @@ std::string QuotedPath(const std::string& text, const char* prefix, const char* 
   return end == std::string::npos || end < from ? std::string() : text.substr(from, end - from);
 }
 
-// Reads the hot folder's trace: "not available" and "not complete" say why a file waits.
+// Reads the hot folder's trace: "not available" and "not complete" say why a file waits,
+// "Skipping" why a link is not delivered.
 void OnTrace(int, const std::string& text, void*) {
   if (text.find("[File: VHotfolder Line: 233]") != std::string::npos) {
     const std::string path = QuotedPath(text, "\"File ", " is not available\"");
@@ -461,6 +473,15 @@ void OnTrace(int, const std::string& text, void*) {
     const std::string sizes = open == std::string::npos ? "" : text.substr(open + 18);
     g_session.Push(
         {path + ": waiting, still growing (" + sizes.substr(0, sizes.find(')')) + ")", false});
+  } else if (text.find("[File: VHotfolder Line: 236]") != std::string::npos) {
+    const char kLeads[] = ": the link leads outside the folder, to ";
+    const std::string path = QuotedPath(text, "\"Skipping ", kLeads);
+    const size_t at = text.rfind(kLeads);
+    const std::string target =
+        at == std::string::npos ? "" : QuotedPath(text.substr(at), kLeads, "\"");
+    g_session.Push({path + ": skipped, a link that leads out of the folder (to " + target +
+                        "; --follow-links delivers it)",
+                    false});
   }
 }
 
@@ -1118,11 +1139,12 @@ void Handle(const Options& options, VHotfolder& folder, const Item& item) {
   Report(options, path, result);
 }
 
-// g_waiting holds the last reason printed for each waiting path: a reason is printed again
-// only when it changes.
+// g_waiting holds the last reason printed for each waiting or skipped path: a reason is printed
+// again only when it changes.
 void Note(const Options& options, const std::string& note) {
   if (!options.verbose) return;
-  const size_t split = note.rfind(": waiting, ");
+  size_t split = note.rfind(": waiting, ");
+  if (split == std::string::npos) split = note.rfind(": skipped, ");
   if (split != std::string::npos) {
     const std::string path = note.substr(0, split);
     if (Ignored(options, path)) return;
@@ -1215,6 +1237,8 @@ int main(int argc, char** argv) {
   folder.SetCallback(OnDelivery);
   folder.Enable(true);
   folder.SetWakeOnChange(!options.noWake);
+  folder.SetFollowLinks(options.followLinks);
+  folder.SetDotRuleBelowFolderOnly(true);  // a watched folder below a dot-directory works
   std::thread scanner;
   if (options.once) {
     scanner = std::thread([&folder] {

@@ -1,7 +1,7 @@
 #!/bin/sh
-# The hot-folder tool end to end: deliveries, commands and deletes, what it skips, refused
-# options, exit statuses, odd names in JSON and NUL output, the commands' signal state, and
-# stopping on signals.
+# The hot-folder tool end to end: deliveries, commands and deletes, what it skips (links that
+# lead out among them), refused options, exit statuses, odd names in JSON and NUL output, the
+# commands' signal state, and stopping on signals.
 set -eu
 name="hotfolder tool"
 . "$(dirname "$0")/common.sh"
@@ -29,6 +29,25 @@ printf "%s\n" "$out" | grep -q '"path": ".*/inbox/ready.txt".*"status": 0, "dele
   fail "ready.txt not handled"
 if printf "%s\n" "$out" | grep -q 'hidden\|old.gz'; then fail "skipped names delivered: $out"; fi
 test ! -e inbox/ready.txt && test -e inbox/empty.txt && test -e inbox/.hidden && test -e inbox/old.gz
+
+# Links that lead out of the folder are skipped (--verbose says so), neither run nor deleted; with
+# --follow-links the link itself is deleted or claimed, never its target, and a file reached
+# through a linked folder is not deleted. A watched folder below a dot-directory works.
+mkdir -p .d/links out/sub
+printf s >out/secret
+printf s >out/sub/f
+printf x >.d/links/plain
+ln -s ../../out/secret .d/links/flink
+ln -s ../../out/sub .d/links/dlink
+out=$("$tool" --once --recursive --verbose --exec true --delete .d/links 2>&1)
+[ "$(printf '%s\n' "$out" | grep -c ': skipped, a link that leads out')" -eq 2 ] &&
+  [ "$(printf '%s\n' "$out" | grep -c exit)" -eq 1 ] &&
+  printf '%s\n' "$out" | grep -q 'links/plain	exit 0	deleted' || fail "links out: $out"
+out=$("$tool" --once --recursive --follow-links --exec true --delete .d/links) || true
+test ! -L .d/links/flink && test -e out/secret && test -e out/sub/f || fail "--follow-links: $out"
+ln -s ../../out/secret .d/links/flink
+"$tool" --once --follow-links --claim .d/links/.c .d/links >/dev/null
+test -L .d/links/.c/done/flink && test -e out/secret || fail "--follow-links --claim"
 
 # The README's example: the .gz files that gzip leaves in the folder are not compressed again.
 mkdir gz
