@@ -181,6 +181,8 @@ fault tool-skipped-link-silent tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/VHotfolder Line: 236/VHotfolder Line: 936/'
 fault tool-dot-rule-above tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/folder.SetDotRuleBelowFolderOnly\(true\);//'
+fault tool-watched-unresolved tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/std::filesystem::canonical\(options.directory, error\)/std::filesystem::absolute(options.directory, error)/'
 fault tool-unreadable-watched tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \

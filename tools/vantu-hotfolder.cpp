@@ -1217,10 +1217,14 @@ int main(int argc, char** argv) {
     Fail("cannot use directory " + options.directory);
     return 2;
   }
-  options.directory = std::filesystem::absolute(options.directory).lexically_normal();
-  if (options.directory.size() > 1 && options.directory.back() == '/') {
-    options.directory.pop_back();
+  // Resolved, as the hot folder resolves the links inside it: every path it delivers starts
+  // with this one, and a file is not delivered again under a second spelling.
+  const std::string resolved = std::filesystem::canonical(options.directory, error);
+  if (error) {
+    Fail("cannot use directory " + options.directory + ": " + error.message());
+    return 2;
   }
+  options.directory = resolved;
   if (!OpenWatched(options.directory)) return 2;
   std::string privateLog;
   std::unique_ptr<VLog> log;

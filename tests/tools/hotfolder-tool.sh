@@ -49,6 +49,14 @@ ln -s ../../out/secret .d/links/flink
 "$tool" --once --follow-links --claim .d/links/.c .d/links >/dev/null
 test -L .d/links/.c/done/flink && test -e out/secret || fail "--follow-links --claim"
 
+# A watched path through a link: each file once, under the resolved path.
+mkdir real
+ln -s real alias
+printf x >real/f
+ln -s f real/l
+out=$("$tool" --once --exec true --delete alias)
+[ "$out" = "$work/real/f	exit 0	deleted" ] || fail "through a link: $out"
+
 # The README's example: the .gz files that gzip leaves in the folder are not compressed again.
 mkdir gz
 printf 'report' >gz/report.txt
