@@ -54,7 +54,7 @@ mkdir real
 ln -s real alias
 printf x >real/f
 ln -s f real/l
-out=$("$tool" --once --exec true --delete alias)
+out=$("$tool" --once --exec true --delete alias) || true
 [ "$out" = "$work/real/f	exit 0	deleted" ] || fail "through a link: $out"
 
 # The README's example: the .gz files that gzip leaves in the folder are not compressed again.
