@@ -44,15 +44,23 @@ fault log-weekday Common/internal/LogLineFormatter.cpp vantu_log_tests \
 fault size-stability Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/size2 > pending.size1 \|\| size2 == 0/size2 == 0/'
 fault callback-mutex Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/std::recursive_mutex g_callbackMutex/std::mutex g_callbackMutex/; s/std::recursive_mutex> lock\(g_callbackMutex\)/std::mutex> lock(g_callbackMutex)/'
+  's/if \(depth_ == 0 \|\| owner_ != self\) \{/if (true) {/'
+fault callbacks-overlap Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/return depth_ == 0 \|\| halted\(\);/return true;/'
 fault unreadable-forgets Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(error != ENOENT && error != ENOTDIR\) unreadable_/if (error == -1) unreadable_/'
 fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/      list_.erase\(entry.item\);/      (void)entry;/'
+  's/return entry.ticket <= lastTicket_ && /return false \&\& /'
 fault remove-waits-for-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/(bool keepFile\) \{\n)(  std::lock_guard<std::recursive_mutex> lock\(\*listMutex_\);)/$1  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);\n$2/'
+  's/    listed.unlock\(\);\n(    callBack\(\);\n    const bool changed = WaitForChanges\(deadline\);\n)    listed.lock\(\);\n/$1/'
+fault callback-under-list-lock Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/(      if \(!g_callbackGate.Enter\(halted\)\) break;)/      std::lock_guard<std::recursive_mutex> held(*listMutex_);\n$1/'
+fault removed-called-back Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(entry == nullptr \|\| entry->ticket != delivery.ticket\) continue;/(void)entry;/'
+fault remove-stats-entries Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/entry->directory != directory\) return;/VFile(VPath::FromFileSystem(std::string(key))).IsDirectory() != directory) return;/'
 fault hotfolder-link-escapes Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/return Inside\(target\) \? LinkUse::kTarget/return true ? LinkUse::kTarget/'
+  's/return Inside\(target\) \? LinkUse::kTarget/return (Inside(target) || true) ? LinkUse::kTarget/'
 fault hotfolder-follow-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/followLinks \? LinkUse::kName : LinkUse::kSkip/LinkUse::kSkip/'
 fault hotfolder-dot-above Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
