@@ -200,10 +200,9 @@ const OptionEntry kOptionTable[] = {
      &Options::followLinks},
     {"--shell", nullptr, "run the --exec command through /bin/sh -c", &Options::shell},
     {"--delete", nullptr,
-     "delete a delivered entry after its command succeeded (needs --exec; a link\n"
-     "as itself, never its target); an\n"
-     "entry that cannot be deleted is reported, and not handled again before a\n"
-     "restart",
+     "delete a delivered entry after its command succeeded (needs --exec): a link\n"
+     "as itself, never its target; an entry that cannot be deleted is reported,\n"
+     "and not handled again before a restart",
      &Options::deleteAfter},
     {"--keep", nullptr, "keep it (the default)", nullptr,
      [](Options& o, const char*) {
@@ -757,7 +756,9 @@ bool Reopened(const Options& options) {
     g_session.Stop(0, false);
     return false;
   }
-  Record(&VLog::Warning, "The watched folder " + g_watched.path + " was replaced: opened again");
+  Record(&VLog::Warning, std::string(watched ? "The watched folder " + g_watched.path
+                                             : "The claim folder " + g_claim.path) +
+                             " was replaced: opened again");
   return true;
 }
 
