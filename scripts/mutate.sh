@@ -63,6 +63,12 @@ fault hotfolder-link-escapes Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tes
   's/return Inside\(target\) \? LinkUse::kTarget/return (Inside(target) || true) ? LinkUse::kTarget/'
 fault hotfolder-follow-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/followLinks \? LinkUse::kName : LinkUse::kSkip/LinkUse::kSkip/'
+fault hotfolder-remove-follows Common/platform/Platform_POSIX.cpp vantu_hotfolder_tests \
+  's/const int next = ::openat\(current, name.c_str\(\), kDirectoryFlags\);/const int next = ::openat(current, name.c_str(), O_RDONLY | O_DIRECTORY);/'
+fault hotfolder-rearm-no-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(watching_\) RequestScan\(\);//'
+fault hotfolder-too-long-silent Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(error == ENAMETOOLONG\) TooLong\(path\);//'
 fault hotfolder-dot-above Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(!dotBelowOnly\) return UnderDotDirectory\(path\);/return UnderDotDirectory(path);/'
 fault open-blocks-on-fifo Common/platform/Platform_POSIX.cpp vantu_zip_tests \

@@ -300,6 +300,10 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
 
   int Visit(const std::string& path, bool directory) override {
     if (Stopping()) return 1;
+    if (path.size() > vantu::platform::LongestPath()) {
+      TooLong(path);
+      return 0;
+    }
     if (directory) {
       if (DotName(path)) return 0;
     } else if (!groupFolders_ && rules_.UnderDot(path)) {
@@ -349,6 +353,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   }
 
   bool Unreadable(const std::string& path, int error) override {
+    if (error == ENAMETOOLONG) TooLong(path);
     // A folder that is gone takes its entries with it; one that cannot be read keeps them.
     if (error != ENOENT && error != ENOTDIR) unreadable_.push_back(path + "/");
     return true;
@@ -366,6 +371,15 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     Clock::time_point deadline;  // of the second reading
     std::unique_ptr<SubFolder> sub;
   };
+
+  // What lies at such a path cannot be reached: never delivered, and said at warning level with
+  // the watched folder and the path's end (a line holds 2047 bytes).
+  void TooLong(const std::string& path) const {
+    const std::string folder = rules_.folder.substr(0, rules_.folder.size() - 1);
+    VLOG_AT(WARNING, kSource, 238, kScanFunction)
+        .Format("Skipping a path of %zu bytes in %s, longer than the system accepts: ...%s",
+                path.size(), folder.c_str(), path.substr(path.size() - 200).c_str());
+  }
 
   bool Stopping() const {
     return (stopping_ != nullptr && stopping_->load()) || (cancel_ != nullptr && cancel_->load());
@@ -500,7 +514,12 @@ class VHotfolder::Watcher {
     while (!stop_) {
       auto events = notifier_.Wait(kWatcherTick);
       if (stop_) break;
-      if (!watching_ || events.lostWatch || !(Current() == armed_)) Arm();
+      if (!watching_ || events.lostWatch || !(Current() == armed_)) {
+        Arm();
+        // A folder watched anew (made again, or another one) may hold files already: no event
+        // will announce them.
+        if (watching_) RequestScan();
+      }
       if (!events.changed && !events.overflow) continue;
       // Gather the rest of a burst; new directories are watched as they come.
       const auto first = std::chrono::steady_clock::now();
@@ -514,12 +533,16 @@ class VHotfolder::Watcher {
         if (!events.changed && !events.overflow && !events.lostWatch) break;
       }
       folder_.ReportChanges();
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        scanRequested_ = true;
-      }
-      requested_.notify_one();
+      RequestScan();
     }
+  }
+
+  void RequestScan() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      scanRequested_ = true;
+    }
+    requested_.notify_one();
   }
 
   void RunScans() {
@@ -792,13 +815,20 @@ void VHotfolder::Remove(const VFile& file, bool keepFile) {
   const Listing::Entry* entry = listing_->Find(key);
   if (entry == nullptr || entry->directory != directory) return;
   VANTU_REMOVE_TRACE(464).Format("Removing %s, found in the list", given.c_str());
-  const VFile listed = entry->item->file;
   listing_->Erase(key);
   if (keepFile) return;
   VANTU_REMOVE_TRACE(474).Format("Deleting %s", given.c_str());
-  try {
-    listed.Remove(directory);
-  } catch (...) {
-    VANTU_REMOVE_TRACE(483).Format("Error deleting file %s", given.c_str());
+  // Relative to the watched folder, through descriptors that follow no link: the entry's path
+  // below the folder as given, or below its resolved path (where links inside lead).
+  const Rules rules(PathBytes(GetPath()), false, false);
+  int error = EINVAL;
+  std::string failed;
+  for (const std::string* root : {&rules.folder, &rules.real}) {
+    if (!root->empty() && key.size() > root->size() && key.compare(0, root->size(), *root) == 0) {
+      error = vantu::platform::RemoveBelow(*root, std::string(key.substr(root->size())), directory,
+                                           failed);
+      break;
+    }
   }
+  if (error != 0) VANTU_REMOVE_TRACE(483).Format("Error deleting file %s", given.c_str());
 }

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdint>
 #include <cstdio>
@@ -23,6 +25,7 @@
 #include <vantu/VLog.h>
 #include <vantu/vantu.h>
 
+#include "platform/Platform.h"
 #include "support/LogFiles.h"
 #include "support/TempDir.h"
 
@@ -222,7 +225,7 @@ TEST_F(VHotfolderTest, TheFolderGoingAwayAndHostileTreesDoNotStopIt) {
 }
 
 // A link that leads out of the folder is followed only when asked: its target then comes under
-// the link's own path, and removing that deletes the link, not the target.
+// the link's own path, and Remove deletes the link, never what lies outside.
 TEST_F(VHotfolderTest, LinksLeadingOutsideAreSkippedUnlessFollowed) {
   const TempDir outside;
   const std::string target = outside.Write("o", "out");
@@ -242,7 +245,29 @@ TEST_F(VHotfolderTest, LinksLeadingOutsideAreSkippedUnlessFollowed) {
   EXPECT_EQ(delivered.Count(dir / "ld/f"), 1u);
   EXPECT_EQ(delivered.Paths().size(), 3u);
   folder.Remove(VFile((dir / "lf").c_str()), false);
+  folder.Remove(VFile((dir / "ld/f").c_str()), false);
   EXPECT_FALSE(std::filesystem::is_symlink(dir / "lf"));
+  EXPECT_TRUE(std::filesystem::exists(target));
+  EXPECT_TRUE(std::filesystem::exists(outside / "d/f"));
+}
+
+// Remove deletes relative to the watched folder without following links: a link swapped in for
+// a delivered file goes itself, one swapped in for its folder stops the deletion.
+TEST_F(VHotfolderTest, RemoveNeverFollowsALinkSwappedInForAFileOrItsFolder) {
+  const TempDir outside;
+  const std::string target = outside.Write("sub/f", "keep");
+  folder.SetRecursive(true);
+  const std::string f = dir.Write("sub/f", "1");
+  const std::string g = dir.Write("g", "2");
+  folder.CheckFolderChanges();
+  ASSERT_EQ(delivered.Paths().size(), 2u);
+  std::filesystem::remove(g);
+  std::filesystem::remove_all(dir / "sub");
+  ASSERT_EQ(::symlink(target.c_str(), g.c_str()), 0);
+  ASSERT_EQ(::symlink((outside / "sub").c_str(), (dir / "sub").c_str()), 0);
+  folder.Remove(VFile(f.c_str()), false);
+  folder.Remove(VFile(g.c_str()), false);
+  EXPECT_FALSE(std::filesystem::is_symlink(g));
   EXPECT_TRUE(std::filesystem::exists(target));
 }
 
@@ -347,8 +372,54 @@ TEST_F(VHotfolderTest, AnUnreadableSubdirectoryIsNeitherAnEndNorAnAmnesia) {
   EXPECT_EQ(delivered.Count(dir / "locked/f"), 1u);
 }
 
+// A path longer than the system accepts cannot be delivered: the scan says so at warning level,
+// naming the folder, and goes on.
+TEST_F(VHotfolderTest, PathsTooLongForTheSystemAreReported) {
+  folder.SetRecursive(true);
+  const std::string name(200, 'd');
+  std::string path = dir.path();
+  std::string file;  // in the last folder that can be reached, a file that cannot
+  std::string deep;  // the first folder that cannot be reached
+  int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY);
+  for (int level = 0; level < 22; ++level, path += "/" + name) {
+    if (file.empty() && path.size() + 1 + name.size() >= PATH_MAX) {
+      file = path + "/" + name + "f";
+      ::close(::openat(fd, (name + "f").c_str(), O_WRONLY | O_CREAT, 0600));
+    } else if (deep.empty() && path.size() >= PATH_MAX) {
+      deep = path;
+    }
+    ASSERT_EQ(::mkdirat(fd, name.c_str(), 0700), 0);
+    const int next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    fd = next;
+  }
+  ::close(fd);
+  const std::string reachable = dir.Write("short", "1");
+  const TempDir logDir;
+  VLog log;
+  log.SetFolder(VPath(logDir.path().c_str()));
+  log.SetName(VString("trace"));
+  VLog* previous = VLog::SetCurrent(&log);
+  folder.CheckFolderChanges();
+  VLog::SetCurrent(previous);
+  log.Flush();
+  std::string failed;
+  vantu::platform::RemoveTree(dir / name, failed);  // beyond what std::filesystem can remove
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{reachable});
+  std::string all;
+  for (const auto& line : ReadLines(logDir / "trace.log")) all += line + "\n";
+  for (const std::string& unreachable : {file, deep}) {
+    EXPECT_NE(all.find("WARNING [File: VHotfolder Line: 238]\t\"Skipping a path of " +
+                       std::to_string(unreachable.size()) + " bytes in " + dir.path() +
+                       ", longer than the system accepts: ..." +
+                       unreachable.substr(unreachable.size() - 200) + "\""),
+              std::string::npos);
+  }
+}
+
 // With wake on change a file is delivered soon after its writer closes it, long before the
-// next periodic scan, also in a sub-folder made after the start and when moved in.
+// next periodic scan, also in a sub-folder made after the start, when moved in, and in the
+// folder deleted and made again.
 TEST_F(VHotfolderTest, WakeOnChangeDeliversSoonAfterTheWriterClosesTheFile) {
   const TempDir outside;
   folder.SetRecursive(true);
@@ -368,9 +439,15 @@ TEST_F(VHotfolderTest, WakeOnChangeDeliversSoonAfterTheWriterClosesTheFile) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
   EXPECT_EQ(delivered.Count(dir / "new/deeper/inside"), 1u);
   EXPECT_EQ(delivered.Count(dir / "moved"), 1u);
+  // A folder made again is watched again, and what it holds already is delivered at once.
+  std::filesystem::remove_all(dir.path());
+  outside.Write("again/in", "5");
+  std::filesystem::rename(outside / "again", dir.path());
+  ASSERT_TRUE(delivered.WaitFor(5, 10s));
+  EXPECT_EQ(delivered.Count(dir / "in"), 1u);
   folder.SetWakeOnChange(false);
-  dir.Write("unnoticed", "5");
-  EXPECT_FALSE(delivered.WaitFor(5, 2s));
+  dir.Write("unnoticed", "6");
+  EXPECT_FALSE(delivered.WaitFor(6, 2s));
   folder.Stop();
 }
 
