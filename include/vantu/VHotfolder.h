@@ -132,7 +132,10 @@ class VANTU_API VHotfolder : public VBaseObject {
   // that number is not 0, else 0.
   int CheckFolderChanges();
   // Takes the entry whose path text equals the file's (a directory's in directory form) out of
-  // the list and, unless keepFile, deletes it from the disk (a directory with its content).
+  // the list and, unless keepFile, deletes it from the disk (a directory with its content),
+  // relative to the watched folder and following no link: a link is deleted itself, never its
+  // target, and nothing is deleted where a link (also one swapped in since the delivery) stands
+  // on the way down from the folder.
   // Failures are logged, never thrown. A kept file that stays on the disk is delivered again at
   // the next scan: the list is the hot folder's only memory. Called during a scan, it waits
   // while the scan reads the folder, not while the scan waits for second readings or calls back.

@@ -105,7 +105,7 @@ typedef int (*vantu_HotFolderCallback)(const char* path, int length, void* userD
 
 /* Flags of vantu_CreateHotFolderEx and vantu_ConfigHotFolder. Without FOLLOW_LINKS a symbolic
  * link whose target lies outside the folder is skipped; with it (for trusted folders) the target
- * is delivered under the link's own path. */
+ * is delivered under the link's own path, and deleting it deletes the link. */
 #define VANTU_HOTFOLDER_ACTIVATE 1u      /* start at once (vantu_CreateHotFolderEx only) */
 #define VANTU_HOTFOLDER_RECURSIVE 2u     /* descend into sub-directories */
 #define VANTU_HOTFOLDER_GROUP_FOLDERS 4u /* deliver each sub-directory as one unit */
@@ -129,7 +129,8 @@ VANTU_API void vantu_ConfigHotFolder(void* handle, unsigned int milliseconds, un
  * hot folder's own callback. */
 VANTU_API void vantu_ActivateHotFolder(void* handle, int activate);
 /* Takes the entry with exactly this path (as the callback gave it) out of the list; with
- * keepFile 0 also deletes it (a directory with its content). A kept file that stays on the disk
+ * keepFile 0 also deletes it (a directory with its content), following no link: a link is
+ * deleted itself, and nothing below a link is deleted. A kept file that stays on the disk
  * is delivered again at the next scan: the list is the hot folder's only memory. May be called
  * from inside the callback. */
 VANTU_API void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int keepFile);
