@@ -1,7 +1,7 @@
 // The hot folder's scan: N new complete files of 1 KiB delivered by one scan; an idle scan over
 // 10,000 and 100,000 files already delivered beside a bare readdir loop over the same folder;
-// and the latency from a writer's close() to the callback, by the periodic scan alone and with
-// wake on change. Data lives under $TMPDIR (else /tmp).
+// Remove from a list of 10,000; and the latency from a writer's close() to the callback, by the
+// periodic scan alone and with wake on change. Data lives under $TMPDIR (else /tmp).
 #include <benchmark/benchmark.h>
 #include <dirent.h>
 #include <unistd.h>
@@ -138,6 +138,31 @@ BENCHMARK(BM_IdleScan)
     ->Args({100000, 1})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
+
+// Remove from a list of 10,000 delivered entries, of a path that is not in it (argument 0) and of
+// listed ones, kept on the disk (argument 1: each iteration takes another entry out).
+void BM_Remove(benchmark::State& state) {
+  constexpr int kListed = 10000;
+  const fs::path& dir = FilledFolder(kListed);
+  std::atomic<long> delivered{0};
+  VHotfolder folder;
+  folder.SetPath(VPath(dir.c_str()));
+  folder.SetCallback(CountDelivery);
+  folder.SetUserData(&delivered);
+  folder.CheckFolderChanges();
+  std::vector<VFile> files;
+  for (int i = 0; i < kListed; ++i) {
+    files.emplace_back((state.range(0) == 0 ? dir / ("absent" + std::to_string(i))
+                                            : dir / ("f" + std::to_string(i)))
+                           .c_str());
+  }
+  size_t next = 0;
+  for (auto _ : state) folder.Remove(files[next++ % files.size()], true);
+  if (folder.GetFileList()->size() != static_cast<size_t>(kListed) - (state.range(0) ? next : 0)) {
+    state.SkipWithError("the list did not change as expected");
+  }
+}
+BENCHMARK(BM_Remove)->Arg(0)->Arg(1)->Iterations(5000)->Unit(benchmark::kMicrosecond);
 
 // Files closed at staggered moments while a hot folder runs. Arguments: the period in
 // milliseconds, and 1 to wake on change.

@@ -44,13 +44,33 @@ fault log-weekday Common/internal/LogLineFormatter.cpp vantu_log_tests \
 fault size-stability Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/size2 > pending.size1 \|\| size2 == 0/size2 == 0/'
 fault callback-mutex Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/std::recursive_mutex g_callbackMutex/std::mutex g_callbackMutex/; s/std::recursive_mutex> lock\(g_callbackMutex\)/std::mutex> lock(g_callbackMutex)/'
+  's/if \(depth_ == 0 \|\| owner_ != self\) \{/if (true) {/'
+fault callbacks-overlap Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/return depth_ == 0 \|\| halted\(\);/return true;/'
 fault unreadable-forgets Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(error != ENOENT && error != ENOTDIR\) unreadable_/if (error == -1) unreadable_/'
 fault list-never-trimmed Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/      list_.erase\(entry.item\);/      (void)entry;/'
+  's/return entry.ticket <= lastTicket_ && /return false \&\& /'
 fault remove-waits-for-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
-  's/(bool keepFile\) \{\n)(  std::lock_guard<std::recursive_mutex> lock\(\*listMutex_\);)/$1  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);\n$2/'
+  's/    listed.unlock\(\);\n(    callBack\(\);\n    const bool changed = WaitForChanges\(deadline\);\n)    listed.lock\(\);\n/$1/'
+fault callback-under-list-lock Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/(      if \(!g_callbackGate.Enter\(halted\)\) break;)/      std::lock_guard<std::recursive_mutex> held(*listMutex_);\n$1/'
+fault removed-called-back Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(entry == nullptr \|\| entry->ticket != delivery.ticket\) continue;/(void)entry;/'
+fault remove-stats-entries Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/entry->directory != directory\) return;/VFile(VPath::FromFileSystem(std::string(key))).IsDirectory() != directory) return;/'
+fault hotfolder-link-escapes Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/return Inside\(target\) \? LinkUse::kTarget/return (Inside(target) || true) ? LinkUse::kTarget/'
+fault hotfolder-follow-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/followLinks \? LinkUse::kName : LinkUse::kSkip/LinkUse::kSkip/'
+fault hotfolder-remove-follows Common/platform/Platform_POSIX.cpp vantu_hotfolder_tests \
+  's/const int next = ::openat\(current, name.c_str\(\), kDirectoryFlags\);/const int next = ::openat(current, name.c_str(), O_RDONLY | O_DIRECTORY);/'
+fault hotfolder-rearm-no-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(watching_\) RequestScan\(\);//'
+fault hotfolder-too-long-silent Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(error == ENAMETOOLONG\) TooLong\(path\);//'
+fault hotfolder-dot-above Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/if \(!dotBelowOnly\) return UnderDotDirectory\(path\);/return UnderDotDirectory(path);/'
 fault open-blocks-on-fifo Common/platform/Platform_POSIX.cpp vantu_zip_tests \
   's/O_RDONLY \| O_NONBLOCK \| O_CLOEXEC\);/O_RDONLY | O_CLOEXEC);/'
 fault reads-special-files Common/platform/Platform_POSIX.cpp vantu_xml_tests \
@@ -186,11 +206,37 @@ fault net-no-fallback Common/internal/ReceiveBuffer.cpp vantu_net_tests \
 fault claim-overwrites tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/renameat2\(fromDir, from, toDir, to, RENAME_NOREPLACE\)/renameat2(fromDir, from, toDir, to, 0)/'
 fault claim-gone-is-error tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/error == ENOENT && ::lstat/error == -1 \&\& ::lstat/'
+  's/gone = error == ENOENT &&/gone = error == -1 \&\&/'
 fault claim-leftovers-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/std::sort\(left.begin\(\), left.end\(\)\);/left.clear();/'
 fault claim-not-locked tools/vantu-hotfolder.cpp vantu-hotfolder \
-  's/::flock\(lock, LOCK_EX \| LOCK_NB\) != 0/false/'
+  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/::flock(fd, LOCK_UN) != 0/'
+fault claim-lock-no-wait tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/std::chrono::seconds\(10\)/std::chrono::seconds(0)/'
+fault claim-takes-any-folder tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/if \(!made && ::faccessat/if (!made \&\& false \&\& ::faccessat/'
+fault claim-made-before-checks tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/  if \(elsewhere\(planned\)\) return false;/  std::filesystem::create_directories(options.claim, error);\n$&/'
+fault claim-name-too-long tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/size_t keep = std::min\(dot, NAME_MAX - tail.size\(\)\);/size_t keep = dot;/'
+fault claim-not-reopened tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/const bool watched = !SameFolder/const bool watched = false \&\& !SameFolder/'
+fault tool-log-trace-default tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/: options.verbose\s+\? kInformation\s+: kNotice/: kInformation/'
+fault tool-null-tab tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/record \+= separator \+ std::string\("deleted"\)/record += "\\tdeleted"/'
+fault tool-delete-through-links tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/O_PATH \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_PATH | O_DIRECTORY | O_CLOEXEC/'
+fault tool-follow-links-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/folder.SetFollowLinks\(options.followLinks\);//'
+fault tool-skipped-link-silent tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/VHotfolder Line: 236/VHotfolder Line: 936/'
+fault tool-dot-rule-above tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/folder.SetDotRuleBelowFolderOnly\(true\);//'
+fault tool-watched-unresolved tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/std::filesystem::canonical\(options.directory, error\)/std::filesystem::absolute(options.directory, error)/'
+fault tool-unreadable-watched tools/vantu-hotfolder.cpp vantu-hotfolder \
+  's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \
   's/CURLOPT_MAXREDIRS, 50L/CURLOPT_MAXREDIRS, 51L/'
 fault net-no-follow Common/net/VURL.cpp vantu_net_tests \

@@ -1,15 +1,19 @@
 // vantu-hotfolder: watches a directory and prints each complete file that arrives in it.
 //
 // Built on libvantu's public classes only: a VHotfolder finds and delivers the files, a VLog
-// records the hot folder's trace and the commands' results (with --log, or --verbose, which
-// reads the same trace to say why a file still waits).
+// records deliveries and the commands' results (with --log; the hot folder's trace too at level
+// information, which --verbose reads to say why a file still waits or a link is skipped).
 //
 // With --claim, each instance moves a delivered file into a folder of its own before handling
 // it, so that several instances share one watched folder and each file is handled once.
 //
+// Deletes and claims act relative to a descriptor of the watched folder and never follow a link
+// on their way: nothing outside the folder is deleted or moved, whatever links others plant.
+//
 // Threads: the scans (the hot folder's timer thread, or one thread for --once) only queue what
 // they deliver; the main thread takes the queue one entry at a time and runs the commands; a
 // thread of its own takes SIGINT and SIGTERM, which every other thread blocks.
+#include <dirent.h>
 #include <fcntl.h>
 #include <fnmatch.h>
 #include <signal.h>
@@ -21,6 +25,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -62,8 +68,10 @@ struct Options {
   bool verbose = false;
   bool noWake = false;
   std::string claim;
+  bool followLinks = false;
 };
 
+constexpr int kNotice = 5;       // the log's default: deliveries, results and problems
 constexpr int kInformation = 6;  // the level of the hot folder's trace
 
 bool Fail(const std::string& message) {
@@ -165,27 +173,36 @@ const OptionEntry kOptionTable[] = {
     {"--claim", "DIR",
      "move each delivered file into DIR before handling it, and hand the command\n"
      "the moved path; a file that another instance moved first is skipped without\n"
-     "a word. The move is a rename: DIR (created if missing) must be on the\n"
-     "watched folder's file system, and inside the watched folder its name must\n"
-     "start with \".\". Each instance needs a DIR of its own (locked while the\n"
-     "tool runs). Files found in DIR at start were left by a run that stopped\n"
-     "before finishing them: they are handled first. A handled file leaves DIR:\n"
-     "deleted (--delete, after a successful command), else moved to DIR/done/,\n"
-     "or to DIR/failed/ when its command failed or could not start (a name\n"
-     "taken there gets ~1, ~2... before its extension); a command cut short by a\n"
-     "stop of the tool leaves its file in DIR. So each file is handled exactly once\n"
-     "while instances run, at least once across crashes. Not with --group-folders",
+     "a word. The move is a rename: DIR must be on the watched folder's file\n"
+     "system, and inside the watched folder its name must start with \".\". A\n"
+     "missing DIR is made, with the marker file .vantu-hotfolder-claim in it; an\n"
+     "existing DIR must be empty or hold that marker. Each instance needs a DIR of\n"
+     "its own, locked while the tool runs (a start waits up to 10 s for an\n"
+     "instance that is still stopping). Files found in DIR at start were left by a\n"
+     "run that stopped before finishing them: they are handled first. A handled\n"
+     "file leaves DIR: deleted (--delete, after a successful command), else moved\n"
+     "to DIR/done/, or to DIR/failed/ when its command failed or could not start\n"
+     "(a name taken there gets ~1, ~2... before its extension, shortened to stay\n"
+     "within 255 bytes); a command cut short by a stop of the tool leaves its file\n"
+     "in DIR. So each file is handled exactly once while instances run, at least\n"
+     "once across crashes. Not with --group-folders",
      nullptr,
      [](Options& o, const char* v) {
        if (*v == '\0') return Fail("--claim needs a directory");
        o.claim = v;
        return true;
      }},
+    {"--follow-links", nullptr,
+     "for trusted folders: also deliver what a symbolic link that leads out of\n"
+     "DIRECTORY points to, under the link's path (by default such a link is\n"
+     "skipped). --delete and --claim still act on the link itself, never on\n"
+     "its target, and leave a file reached through a linked folder alone",
+     &Options::followLinks},
     {"--shell", nullptr, "run the --exec command through /bin/sh -c", &Options::shell},
     {"--delete", nullptr,
-     "delete a delivered entry after its command succeeded (needs --exec); an\n"
-     "entry that cannot be deleted is reported, and not handled again before a\n"
-     "restart",
+     "delete a delivered entry after its command succeeded (needs --exec): a link\n"
+     "as itself, never its target; an entry that cannot be deleted is reported,\n"
+     "and not handled again before a restart",
      &Options::deleteAfter},
     {"--keep", nullptr, "keep it (the default)", nullptr,
      [](Options& o, const char*) {
@@ -193,7 +210,7 @@ const OptionEntry kOptionTable[] = {
        return true;
      }},
     {"--log", "DIR",
-     "write the hot folder's trace and the commands' results to\n"
+     "log deliveries, claims, commands' results, deletes, moves and problems to\n"
      "DIR/vantu-hotfolder.log",
      nullptr,
      [](Options& o, const char* v) {
@@ -203,8 +220,9 @@ const OptionEntry kOptionTable[] = {
      }},
     {"--log-level", "LEVEL",
      "what the log keeps: fatal, critical, error, warning (failed commands and\n"
-     "deletes), notice, information (the default: also every step of every scan),\n"
-     "debug, trace, or 1 to 8 in that order",
+     "deletes), notice (the default: also deliveries and results), information\n"
+     "(also the hot folder's trace of every step of every scan; the default with\n"
+     "--verbose), debug, trace, or 1 to 8 in that order",
      nullptr,
      [](Options& o, const char* v) {
        o.logLevel = LevelOf(v);
@@ -224,13 +242,14 @@ const OptionEntry kOptionTable[] = {
      "\"surrogateescape\": os.fsencode gives the bytes back)",
      &Options::json},
     {"--null", nullptr,
-     "end each output record with NUL instead of a newline, and separate the path\n"
-     "from the command's result with NUL instead of a tab (as find -print0), so\n"
-     "that names holding newlines or tabs read back unchanged",
+     "end each output record with NUL instead of a newline, and separate its\n"
+     "fields (path, claimed path, result, deleted, moved to) with NUL instead\n"
+     "of a tab (as find -print0), so that names holding newlines or tabs read\n"
+     "back unchanged",
      &Options::null},
     {"--verbose", nullptr,
      "also say why a file still waits (held open by a writer, still growing,\n"
-     "empty, unreadable)",
+     "empty, unreadable) and why a link is skipped",
      &Options::verbose},
 };
 
@@ -253,8 +272,9 @@ const char kUsageTail[] =
     "(and \"moved\"), with \"path\": null for a file found in the claim folder.\n"
     "\n"
     "Exit status: 0 when every command ran and succeeded; 1 when a command failed or could not\n"
-    "start, a delete, claim or move failed, or the output could not be written; 2 for bad\n"
-    "options, or a DIRECTORY, --claim folder or --log that cannot be used.\n"
+    "start, a delete, claim or move failed, the output could not be written, or a replaced\n"
+    "watched or claim folder could not be opened again; 2 for bad options, or a DIRECTORY\n"
+    "(as an unreadable one), --claim folder or --log that cannot be used.\n"
     "\n"
     "SIGINT and SIGTERM stop it: no command starts after the signal, the running command\n"
     "receives it (a signal from the terminal reaches it directly), the log is written out, and\n"
@@ -430,7 +450,8 @@ std::string QuotedPath(const std::string& text, const char* prefix, const char* 
   return end == std::string::npos || end < from ? std::string() : text.substr(from, end - from);
 }
 
-// Reads the hot folder's trace: "not available" and "not complete" say why a file waits.
+// Reads the hot folder's trace: "not available" and "not complete" say why a file waits,
+// "Skipping" why a link is not delivered.
 void OnTrace(int, const std::string& text, void*) {
   if (text.find("[File: VHotfolder Line: 233]") != std::string::npos) {
     const std::string path = QuotedPath(text, "\"File ", " is not available\"");
@@ -451,6 +472,15 @@ void OnTrace(int, const std::string& text, void*) {
     const std::string sizes = open == std::string::npos ? "" : text.substr(open + 18);
     g_session.Push(
         {path + ": waiting, still growing (" + sizes.substr(0, sizes.find(')')) + ")", false});
+  } else if (text.find("[File: VHotfolder Line: 236]") != std::string::npos) {
+    const char kLeads[] = ": the link leads outside the folder, to ";
+    const std::string path = QuotedPath(text, "\"Skipping ", kLeads);
+    const size_t at = text.rfind(kLeads);
+    const std::string target =
+        at == std::string::npos ? "" : QuotedPath(text.substr(at), kLeads, "\"");
+    g_session.Push({path + ": skipped, a link that leads out of the folder (to " + target +
+                        "; --follow-links delivers it)",
+                    false});
   }
 }
 
@@ -524,6 +554,20 @@ std::string ShellQuoted(const std::string& text) {
 // Writes to the log, if there is one.
 void Record(void (VLog::*write)(const std::string&), const std::string& text) {
   if (VLog* log = VLog::GetCurrent()) (log->*write)(text);
+}
+
+sigset_t g_signals;  // SIGINT and SIGTERM, blocked in every thread
+
+// Ends the process by `signal`'s default action, as a caller's shell expects of a tool that
+// a signal stopped.
+[[noreturn]] void EndBy(int signal) {
+  ::signal(signal, SIG_DFL);
+  sigset_t one;
+  sigemptyset(&one);
+  sigaddset(&one, signal);
+  pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+  ::raise(signal);
+  std::_Exit(128 + signal);
 }
 
 // What happened to one delivered entry.
@@ -607,35 +651,161 @@ bool Run(const Options& options, const std::string& path, Result& result) {
   return true;
 }
 
-// Deletes a delivered entry and, once it is gone, takes it out of the hot folder's list, so
-// that a new file of the same name is delivered. An entry that cannot be deleted stays listed,
-// so that its command does not run again at every scan.
-void Delete(VHotfolder& folder, const std::string& path, Result& result) {
-  const bool directory = path.size() > 1 && path.back() == '/';
-  try {
-    VFile(VPath::FromFileSystem(path)).Remove(directory);
-  } catch (const VException& e) {
-    result.error = std::string(e.Name()) + ": " + e.Message();
-    return;
-  } catch (const std::exception& e) {
-    result.error = e.what();
-    return;
-  }
-  result.deleted = true;
-  // The list matches a directory entry in directory form only while it is a directory.
-  const std::string listed = directory ? path.substr(0, path.size() - 1) : path;
-  folder.Remove(VFile(VPath::FromFileSystem(listed)), true);
-}
+// The watched folder, opened at start: deletes and claims act relative to its descriptor, so a
+// link planted or swapped in there never leads them out of it. Its identity tells when the folder
+// at its path was replaced (deleted and made again, or renamed away).
+struct WatchedFolder {
+  std::string path;
+  int fd = -1;
+};
+WatchedFolder g_watched;
 
-// --claim's folder: its path, and descriptors of it and of its done/ and failed/ folders, kept
-// for the whole run (as is the one that holds its lock).
+// --claim's folder: its path, and descriptors of it, of its done/ and failed/ folders and of its
+// lock, kept for the run.
 struct ClaimFolder {
   std::string path;
   int fd = -1;
   int done = -1;
   int failed = -1;
+  int lock = -1;
 };
 ClaimFolder g_claim;
+
+// Opens the watched folder (again); false after saying why.
+bool OpenWatched(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return Fail("cannot read directory " + path + ": " + std::strerror(errno));
+  if (g_watched.fd >= 0) ::close(g_watched.fd);
+  g_watched = {path, fd};
+  return true;
+}
+
+// Whether `fd` is still the folder at `path`.
+bool SameFolder(const std::string& path, int fd) {
+  struct stat now;
+  struct stat opened;
+  return ::stat(path.c_str(), &now) == 0 && ::fstat(fd, &opened) == 0 &&
+         now.st_dev == opened.st_dev && now.st_ino == opened.st_ino;
+}
+
+// An errno value of its own: a link (or a file) where a delivered path goes through a folder.
+constexpr int kLinkOnTheWay = -1;
+
+std::string Describe(int error) {
+  return error == kLinkOnTheWay ? "a symbolic link on its way is not followed"
+                                : std::strerror(error);
+}
+
+// The folder that holds a delivered entry, opened from the watched folder's descriptor one
+// sub-folder at a time without following links, and the entry's name in it; error is 0 or an
+// errno value.
+class Parent {
+ public:
+  explicit Parent(std::string path) {
+    const std::string& root = g_watched.path;
+    if (path.size() > 1 && path.back() == '/') path.pop_back();
+    if (path.size() <= root.size() + 1 || path.compare(0, root.size(), root) != 0 ||
+        path[root.size()] != '/') {
+      error = EINVAL;
+      return;
+    }
+    size_t from = root.size() + 1;
+    for (size_t slash; (slash = path.find('/', from)) != std::string::npos; from = slash + 1) {
+      const int next = ::openat(fd, path.substr(from, slash - from).c_str(),
+                                O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      if (next < 0) {
+        error = errno == ENOTDIR || errno == ELOOP ? kLinkOnTheWay : errno;
+        return;
+      }
+      Close();
+      fd = next;
+      owned_ = true;
+    }
+    name = path.substr(from);
+    if (name == "." || name == "..") error = EINVAL;
+  }
+  Parent(const Parent&) = delete;
+  Parent& operator=(const Parent&) = delete;
+  ~Parent() { Close(); }
+
+  int fd = g_watched.fd;
+  std::string name;
+  int error = 0;
+
+ private:
+  void Close() {
+    if (owned_) ::close(fd);
+  }
+  bool owned_ = false;
+};
+
+bool OpenClaim(const Options& options);
+
+// Whether the watched folder or the claim folder was replaced since it was opened (deleted and
+// made again, or renamed away): then it is opened again at its path (the claim folder made again
+// if missing), and true. One that cannot be opened again stops the tool with status 1, so that a
+// supervisor restarts it. While no folder is at the watched path there is nothing to open.
+bool Reopened(const Options& options) {
+  struct stat info;
+  if (::stat(g_watched.path.c_str(), &info) != 0) return false;
+  const bool watched = !SameFolder(g_watched.path, g_watched.fd);
+  const bool claim = !options.claim.empty() && !SameFolder(g_claim.path, g_claim.fd);
+  if (!watched && !claim) return false;
+  if ((watched && !OpenWatched(g_watched.path)) || (claim && !OpenClaim(options))) {
+    g_failed = true;
+    g_session.Stop(0, false);
+    return false;
+  }
+  Record(&VLog::Warning, std::string(watched ? "The watched folder " + g_watched.path
+                                             : "The claim folder " + g_claim.path) +
+                             " was replaced: opened again");
+  return true;
+}
+
+// Deletes a delivered entry (a link itself, never what it points to; a folder with its content),
+// or a claimed file in the claim folder. A delivered entry, once gone, leaves the hot folder's
+// list, so that a new file of the same name is delivered; one that cannot be deleted stays
+// listed, so that its command does not run again at every scan.
+void Delete(const Options& options, VHotfolder& folder, const std::string& path, bool claimed,
+            Result& result) {
+  int error = 0;
+  if (claimed) {
+    const std::string name = path.substr(g_claim.path.size() + 1);
+    if (::unlinkat(g_claim.fd, name.c_str(), 0) != 0) error = errno;
+  }
+  for (int attempt = 0; !claimed && attempt < 2; ++attempt) {
+    Parent parent(path);
+    struct stat info;
+    error = parent.error;
+    if (error == 0 && ::fstatat(parent.fd, parent.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+      error = errno;
+    } else if (error == 0 && S_ISDIR(info.st_mode)) {
+      // Through the descriptor's own name, which no link can redirect; the removal enters
+      // sub-folders without following links.
+      const std::string at = "/proc/self/fd/" + std::to_string(parent.fd) + "/" + parent.name;
+      try {
+        VFile(VPath::FromFileSystem(at)).Remove(true);
+      } catch (const VException& e) {
+        result.error = std::string(e.Name()) + ": " + e.Message();
+        return;
+      }
+    } else if (error == 0 && ::unlinkat(parent.fd, parent.name.c_str(), 0) != 0) {
+      error = errno;
+    }
+    if (error != ENOENT || !Reopened(options)) break;
+  }
+  if (error != 0) {
+    result.error = Describe(error);
+    return;
+  }
+  result.deleted = true;
+  Record(&VLog::Notice, "Deleted " + path);
+  if (claimed) return;  // never in the list: the claim took it out
+  // The list matches a directory entry in directory form only while it is a directory.
+  const bool directory = path.size() > 1 && path.back() == '/';
+  folder.Remove(VFile(VPath::FromFileSystem(directory ? path.substr(0, path.size() - 1) : path)),
+                true);
+}
 
 // rename(2) that never replaces an entry: 0, or an errno value (EEXIST when `to` exists). File
 // systems without RENAME_NOREPLACE (NFS, SMB) get a test and a plain rename: only this
@@ -649,34 +819,52 @@ int RenameNoReplace(int fromDir, const char* from, int toDir, const char* to) {
 }
 
 // Moves `from` into the folder `toDir` under `name`, or, when that name is taken, under
-// name~1.ext, name~2.ext... (the number before the last extension). Returns 0 and sets `used`,
+// name~1.ext, name~2.ext... (the number before the last extension, the part before it shortened
+// at a character's start when the name would pass NAME_MAX bytes). Returns 0 and sets `used`,
 // or an errno value.
 int MoveInto(int fromDir, const std::string& from, int toDir, const std::string& name,
              std::string& used) {
   size_t dot = name.rfind('.');
-  if (dot == 0 || dot == std::string::npos) dot = name.size();
+  if (dot == 0 || dot == std::string::npos || name.size() - dot > NAME_MAX / 2) dot = name.size();
   for (int n = 0; n < 100000; ++n) {
-    used = n == 0 ? name : name.substr(0, dot) + "~" + std::to_string(n) + name.substr(dot);
+    used = name;
+    if (n > 0) {
+      const std::string tail = "~" + std::to_string(n) + name.substr(dot);
+      size_t keep = std::min(dot, NAME_MAX - tail.size());
+      while (keep > 0 && (static_cast<unsigned char>(name[keep]) & 0xC0) == 0x80) --keep;
+      used = name.substr(0, keep) + tail;
+    }
     const int error = RenameNoReplace(fromDir, from.c_str(), toDir, used.c_str());
     if (error != EEXIST) return error;
   }
   return EEXIST;
 }
 
-// Moves a delivered file into the claim folder and has it taken out of the hot folder's list.
-// False when the file is gone (another instance claimed it): nothing is reported. A failed
-// claim leaves the file listed, so that it is not tried again at every scan.
-bool Claim(VHotfolder& folder, const std::string& path, Result& result) {
+// Moves a delivered file (a link as itself) into the claim folder and has it taken out of the
+// hot folder's list, so that a new file of the same name is delivered. False when the file is
+// gone (another instance claimed it): nothing is reported, and the next scan drops it from the
+// list. A failed claim leaves the file listed, so that it is not tried again at every scan.
+bool Claim(const Options& options, VHotfolder& folder, const std::string& path, Result& result) {
   std::string name;
-  const int error = MoveInto(AT_FDCWD, path, g_claim.fd, path.substr(path.rfind('/') + 1), name);
-  struct stat info;
-  const bool gone = error == ENOENT && ::lstat(path.c_str(), &info) != 0 && errno == ENOENT;
-  if (error == 0 || gone) folder.Remove(VFile(VPath::FromFileSystem(path)), true);
+  int error = 0;
+  bool gone = false;
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    Parent parent(path);
+    error = parent.error != 0 ? parent.error
+                              : MoveInto(parent.fd, parent.name, g_claim.fd, parent.name, name);
+    struct stat info;
+    gone = error == ENOENT && (parent.error != 0 || (::fstatat(parent.fd, parent.name.c_str(),
+                                                               &info, AT_SYMLINK_NOFOLLOW) != 0 &&
+                                                     errno == ENOENT));
+    if (error != ENOENT || !Reopened(options)) break;
+  }
   if (gone) return false;
   if (error == 0) {
+    folder.Remove(VFile(VPath::FromFileSystem(path)), true);
     result.claimed = g_claim.path + "/" + name;
+    Record(&VLog::Notice, "Claimed " + path + " as " + result.claimed);
   } else {
-    result.claimError = std::strerror(error);
+    result.claimError = Describe(error);
     Record(&VLog::Error, "Cannot claim " + path + ": " + result.claimError);
   }
   return true;
@@ -694,60 +882,127 @@ void Settle(const Options& options, Result& result) {
   const int error = MoveInto(g_claim.fd, name, done ? g_claim.done : g_claim.failed, name, used);
   if (error == 0) {
     result.moved = g_claim.path + (done ? "/done/" : "/failed/") + used;
+    Record(&VLog::Notice, "Moved " + result.claimed + " to " + result.moved);
   } else {
     result.moveError = std::strerror(error);
     Record(&VLog::Error, "Cannot move " + result.claimed + ": " + result.moveError);
   }
 }
 
-// Opens --claim DIR (see --help) and queues the files that an earlier run left in it.
-bool OpenClaim(const Options& options) {
-  std::error_code error;
-  const std::string watched = std::filesystem::canonical(options.directory, error);
-  // Tested before the folder is made, and again once links in its path are resolved.
-  for (bool made : {false, true}) {
-    if (made) std::filesystem::create_directories(options.claim, error);
-    const std::string path = made
-                                 ? std::filesystem::canonical(options.claim, error).string()
-                                 : std::filesystem::weakly_canonical(options.claim, error).string();
-    if (path != watched && path.compare(0, watched.size() + 1, watched + "/") != 0) continue;
-    if (path.find("/.", watched.size()) == std::string::npos) {
-      return Fail("--claim folder " + path +
-                  " lies inside the watched folder, where its files would be delivered again: "
-                  "use a folder whose name starts with \".\", as " +
-                  watched + "/.claimed");
+// Marks a folder that the tool made as its claim folder: only there are files found at start
+// taken as left by an earlier run.
+const char kMarker[] = ".vantu-hotfolder-claim";
+
+// Takes the claim folder's lock, waiting up to 10 s for an instance that is still stopping (as
+// one being restarted: its lock goes only once it has fully exited). SIGINT and SIGTERM end the
+// wait and the tool.
+bool Lock(int fd, const std::string& path) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  for (bool said = false; ::flock(fd, LOCK_EX | LOCK_NB) != 0;) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return Fail("cannot lock " + path + "/.lock: " + std::strerror(errno));
     }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      return Fail("claim folder " + path +
+                  " is in use by another instance: each instance needs its own");
+    }
+    if (!said) {
+      std::fprintf(stderr,
+                   "vantu-hotfolder: claim folder %s is locked by another instance: waiting up "
+                   "to 10 s for it\n",
+                   path.c_str());
+      said = true;
+    }
+    const timespec step{0, 50000000};
+    const int signal = ::sigtimedwait(&g_signals, nullptr, &step);
+    if (signal > 0) EndBy(signal);
   }
+  return true;
+}
+
+// Whether the folder holds no entry at all.
+bool Empty(int fd) {
+  const int listed = ::openat(fd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  DIR* dir = listed < 0 ? nullptr : ::fdopendir(listed);
+  if (dir == nullptr) {
+    if (listed >= 0) ::close(listed);
+    return false;
+  }
+  bool empty = true;
+  while (const dirent* entry = ::readdir(dir)) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") empty = false;
+  }
+  ::closedir(dir);
+  return empty;
+}
+
+// Opens --claim DIR (see --help), again when it was replaced, and queues the files that an
+// earlier run left in it. DIR is made only once the checks pass.
+bool OpenClaim(const Options& options) {
+  for (int* fd : {&g_claim.fd, &g_claim.done, &g_claim.failed, &g_claim.lock}) {
+    if (*fd >= 0) ::close(*fd);
+    *fd = -1;
+  }
+  std::error_code error;
+  const std::string watched = std::filesystem::canonical(g_watched.path, error);
+  struct stat watchedInfo;
+  if (error || ::fstat(g_watched.fd, &watchedInfo) != 0) {
+    return Fail("cannot use directory " + g_watched.path);
+  }
+  // Inside the watched folder only below a dot-name. Tested before DIR is made and again once
+  // links in its path are resolved.
+  const auto misplaced = [&](const std::string& path) {
+    if (path != watched && path.compare(0, watched.size() + 1, watched + "/") != 0) return false;
+    if (path.find("/.", watched.size()) != std::string::npos) return false;
+    return !Fail("--claim folder " + path +
+                 " lies inside the watched folder, where its files would be delivered again: "
+                 "use a folder whose name starts with \".\", as " +
+                 watched + "/.claimed");
+  };
+  std::filesystem::path planned = std::filesystem::weakly_canonical(options.claim, error);
+  if (misplaced(planned)) return false;
+  struct stat info;
+  while (::stat(planned.c_str(), &info) != 0 && planned.has_relative_path()) {
+    planned = planned.parent_path();  // where DIR would be made
+  }
+  const auto elsewhere = [&](const std::string& path) {
+    return info.st_dev != watchedInfo.st_dev &&
+           !Fail("--claim folder " + path + " is on another file system than " + watched +
+                 ": files cannot be renamed into it");
+  };
+  if (elsewhere(planned)) return false;
+  const bool made = std::filesystem::create_directories(options.claim, error);
   const std::string path = std::filesystem::canonical(options.claim, error);
   if (error || !std::filesystem::is_directory(path)) {
     return Fail("cannot use --claim folder " + options.claim);
   }
+  if (misplaced(path)) return false;
   g_claim.path = path;
   g_claim.fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  struct stat claimInfo;
-  struct stat watchedInfo;
-  if (g_claim.fd < 0 || ::fstat(g_claim.fd, &claimInfo) != 0 ||
-      ::stat(watched.c_str(), &watchedInfo) != 0) {
+  if (g_claim.fd < 0 || ::fstat(g_claim.fd, &info) != 0) {
     return Fail("cannot open --claim folder " + path + ": " + std::strerror(errno));
   }
-  if (claimInfo.st_dev != watchedInfo.st_dev) {
-    return Fail("--claim folder " + path + " is on another file system than " + watched +
-                ": files cannot be renamed into it");
+  if (elsewhere(path)) return false;
+  if (!made && ::faccessat(g_claim.fd, kMarker, F_OK, AT_SYMLINK_NOFOLLOW) != 0 &&
+      !Empty(g_claim.fd)) {
+    return Fail("--claim folder " + path + " holds entries but was not made by vantu-hotfolder (" +
+                kMarker + " is missing in it): name a new or empty folder");
   }
-  const int lock = ::openat(g_claim.fd, ".lock", O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (lock < 0) return Fail("cannot create " + path + "/.lock: " + std::strerror(errno));
-  if (::flock(lock, LOCK_EX | LOCK_NB) != 0) {
-    return Fail(errno == EWOULDBLOCK
-                    ? "claim folder " + path +
-                          " is in use by another instance: each instance needs its own"
-                    : "cannot lock " + path + "/.lock: " + std::strerror(errno));
-  }
+  const int marker =
+      ::openat(g_claim.fd, kMarker, O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (marker < 0)
+    return Fail("cannot create " + path + "/" + kMarker + ": " + std::strerror(errno));
+  ::close(marker);
+  g_claim.lock = ::openat(g_claim.fd, ".lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+  if (g_claim.lock < 0) return Fail("cannot create " + path + "/.lock: " + std::strerror(errno));
+  if (!Lock(g_claim.lock, path)) return false;
   for (const char* sub : {"done", "failed"}) {
     if (::mkdirat(g_claim.fd, sub, 0777) != 0 && errno != EEXIST) {
       return Fail("cannot create " + path + "/" + sub + ": " + std::strerror(errno));
     }
     (sub[0] == 'd' ? g_claim.done : g_claim.failed) =
-        ::openat(g_claim.fd, sub, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::openat(g_claim.fd, sub, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   }
   if (g_claim.done < 0 || g_claim.failed < 0) {
     return Fail("cannot open " + path + "/done and /failed: " + std::strerror(errno));
@@ -838,12 +1093,12 @@ void Report(const Options& options, const std::string& path, const Result& resul
         record += "not run: " + result.error;
       } else {
         record += "exit " + std::to_string(result.status);
-        if (result.deleted) record += "\tdeleted";
-        if (!result.error.empty()) record += "\tnot deleted: " + result.error;
+        if (result.deleted) record += separator + std::string("deleted");
+        if (!result.error.empty()) record += separator + ("not deleted: " + result.error);
       }
     }
-    if (!result.moved.empty()) record += "\tmoved to " + result.moved;
-    if (!result.moveError.empty()) record += "\tnot moved: " + result.moveError;
+    if (!result.moved.empty()) record += separator + ("moved to " + result.moved);
+    if (!result.moveError.empty()) record += separator + ("not moved: " + result.moveError);
     record += options.null ? '\0' : '\n';
   }
   Write(record);
@@ -858,7 +1113,10 @@ void Handle(const Options& options, VHotfolder& folder, const Item& item) {
   if (result.claimed.empty()) {
     g_waiting.erase(path);
     if (Ignored(options, path)) return;
-    if (!options.claim.empty() && !Claim(folder, path, result)) return;
+    if (!options.claim.empty() && !Claim(options, folder, path, result)) return;
+    if (options.claim.empty()) Record(&VLog::Notice, "Delivered " + path);
+  } else {
+    Record(&VLog::Notice, "Found " + result.claimed + " left in the claim folder");
   }
   const std::string& target = result.claimed.empty() ? path : result.claimed;
   if (!options.exec.empty() && result.claimError.empty()) {
@@ -869,8 +1127,8 @@ void Handle(const Options& options, VHotfolder& folder, const Item& item) {
       Record(&VLog::Warning,
              "The command for " + target + " ended with status " + std::to_string(result.status));
     } else {
-      Record(&VLog::Information, "The command for " + target + " succeeded");
-      if (options.deleteAfter) Delete(folder, target, result);
+      Record(&VLog::Notice, "The command for " + target + " succeeded");
+      if (options.deleteAfter) Delete(options, folder, target, !result.claimed.empty(), result);
       if (!result.error.empty()) {
         Record(&VLog::Error, "Cannot delete " + target + ": " + result.error);
       }
@@ -882,11 +1140,12 @@ void Handle(const Options& options, VHotfolder& folder, const Item& item) {
   Report(options, path, result);
 }
 
-// g_waiting holds the last reason printed for each waiting path: a reason is printed again
-// only when it changes.
+// g_waiting holds the last reason printed for each waiting or skipped path: a reason is printed
+// again only when it changes.
 void Note(const Options& options, const std::string& note) {
   if (!options.verbose) return;
-  const size_t split = note.rfind(": waiting, ");
+  size_t split = note.rfind(": waiting, ");
+  if (split == std::string::npos) split = note.rfind(": skipped, ");
   if (split != std::string::npos) {
     const std::string path = note.substr(0, split);
     if (Ignored(options, path)) return;
@@ -899,18 +1158,6 @@ void Note(const Options& options, const std::string& note) {
   } else {
     std::fprintf(stderr, "%s\n", note.c_str());
   }
-}
-
-// Ends the process by `signal`'s default action, as a caller's shell expects of a tool that
-// a signal stopped.
-[[noreturn]] void EndBy(int signal) {
-  ::signal(signal, SIG_DFL);
-  sigset_t one;
-  sigemptyset(&one);
-  sigaddset(&one, signal);
-  pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
-  ::raise(signal);
-  std::_Exit(128 + signal);
 }
 
 // The signal thread: the first SIGINT or SIGTERM stops the tool, a second one ends it at once.
@@ -946,7 +1193,9 @@ bool OpenLog(const Options& options, std::unique_ptr<VLog>& log, std::string& pr
   log = std::make_unique<VLog>();
   log->SetFolder(VPath::FromFileSystem(folder));
   log->SetName(VString("vantu-hotfolder"));
-  log->SetLevel(options.logLevel != 0 ? options.logLevel : kInformation);
+  log->SetLevel(options.logLevel != 0 ? options.logLevel
+                : options.verbose     ? kInformation
+                                      : kNotice);
   if (options.verbose) log->SetListener(OnTrace, nullptr);
   VLog::SetCurrent(log.get());
   return true;
@@ -956,11 +1205,10 @@ bool OpenLog(const Options& options, std::unique_ptr<VLog>& log, std::string& pr
 
 int main(int argc, char** argv) {
   // Blocked here, before any thread starts, so that only the signal thread takes them.
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  sigemptyset(&g_signals);
+  sigaddset(&g_signals, SIGINT);
+  sigaddset(&g_signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &g_signals, nullptr);
 
   Options options;
   if (!Parse(argc, argv, options)) return 2;
@@ -970,17 +1218,22 @@ int main(int argc, char** argv) {
     Fail("cannot use directory " + options.directory);
     return 2;
   }
-  options.directory = std::filesystem::absolute(options.directory).lexically_normal();
-  if (options.directory.size() > 1 && options.directory.back() == '/') {
-    options.directory.pop_back();
+  // Resolved, as the hot folder resolves the links inside it: every path it delivers starts
+  // with this one, and a file is not delivered again under a second spelling.
+  const std::string resolved = std::filesystem::canonical(options.directory, error);
+  if (error) {
+    Fail("cannot use directory " + options.directory + ": " + error.message());
+    return 2;
   }
+  options.directory = resolved;
+  if (!OpenWatched(options.directory)) return 2;
   std::string privateLog;
   std::unique_ptr<VLog> log;
   if (!OpenLog(options, log, privateLog)) return 2;
 
   if (!options.claim.empty() && !OpenClaim(options)) return 2;
 
-  std::thread signalThread(WatchSignals, signals);
+  std::thread signalThread(WatchSignals, g_signals);
   VHotfolder folder;
   folder.SetPath(VPath::FromFileSystem(options.directory));
   folder.SetTimeMilliseconds(options.period);
@@ -989,6 +1242,8 @@ int main(int argc, char** argv) {
   folder.SetCallback(OnDelivery);
   folder.Enable(true);
   folder.SetWakeOnChange(!options.noWake);
+  folder.SetFollowLinks(options.followLinks);
+  folder.SetDotRuleBelowFolderOnly(true);  // a watched folder below a dot-directory works
   std::thread scanner;
   if (options.once) {
     scanner = std::thread([&folder] {

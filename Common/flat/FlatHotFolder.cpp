@@ -24,6 +24,7 @@ void* vantu_CreateHotFolderEx(const char* path, unsigned int milliseconds, unsig
     hotFolder->SetTimeMilliseconds(static_cast<int>(milliseconds));
     hotFolder->SetRecursive((flags & VANTU_HOTFOLDER_RECURSIVE) != 0);
     hotFolder->SetGroupFolders((flags & VANTU_HOTFOLDER_GROUP_FOLDERS) != 0);
+    hotFolder->SetFollowLinks((flags & VANTU_HOTFOLDER_FOLLOW_LINKS) != 0);
     hotFolder->SetCallback(callback);
     hotFolder->SetUserData(userData);
     if ((flags & VANTU_HOTFOLDER_ACTIVATE) != 0) hotFolder->Start();
@@ -39,6 +40,7 @@ void vantu_ConfigHotFolder(void* handle, unsigned int milliseconds, unsigned int
   hotFolder->SetTimeMilliseconds(static_cast<int>(milliseconds));
   hotFolder->SetRecursive((flags & VANTU_HOTFOLDER_RECURSIVE) != 0);
   hotFolder->SetGroupFolders((flags & VANTU_HOTFOLDER_GROUP_FOLDERS) != 0);
+  hotFolder->SetFollowLinks((flags & VANTU_HOTFOLDER_FOLLOW_LINKS) != 0);
 }
 
 void vantu_ActivateHotFolder(void* handle, int activate) {

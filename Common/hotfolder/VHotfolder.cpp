@@ -2,14 +2,17 @@
 
 #include <Poco/Path.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -24,8 +27,43 @@ using vantu::internal::PathBytes;
 namespace {
 
 // Serialises the callbacks of every hot folder of the process. Recursive, so that a callback may
-// run a scan of another hot folder, whose callbacks then come on the same thread.
-std::recursive_mutex g_callbackMutex;
+// run a scan of another hot folder, whose callbacks then come on the same thread. A scan waits
+// for it holding no lock of its folder, and gives up waiting when its folder stops.
+class CallbackGate {
+ public:
+  // Enters unless `halted()` turns true first; false then.
+  template <typename Halted>
+  bool Enter(Halted halted) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const std::thread::id self = std::this_thread::get_id();
+    if (depth_ == 0 || owner_ != self) {
+      free_.wait(lock, [&] { return depth_ == 0 || halted(); });
+      if (depth_ != 0) return false;
+      owner_ = self;
+    }
+    ++depth_;
+    return true;
+  }
+  void Leave() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (--depth_ == 0) {
+      owner_ = std::thread::id();
+      free_.notify_all();
+    }
+  }
+  // A hot folder stops: its scans waiting here look again.
+  void Wake() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    free_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable free_;
+  std::thread::id owner_;
+  int depth_ = 0;
+};
+CallbackGate g_callbackGate;
 
 // Two size readings of a file are at least this far apart.
 constexpr std::chrono::milliseconds kStabilityWait(500);
@@ -68,68 +106,110 @@ bool UnderDotDirectory(const std::string& path) {
   return false;
 }
 
-// The entries listed before a scan, found by their key without copying it: an open-addressing
-// table over the list's own strings, built once per scan. Each slot keeps part of its key's hash
-// beside the entry's index, so a probe rarely reads another entry's string.
-class ListIndex {
- public:
-  struct Entry {
-    std::string_view key;
-    std::list<VHFItem>::iterator item;
-    bool seen = false;
-    bool alive = true;  // false once Remove took the item out during the scan
-  };
+using LinkUse = vantu::internal::DirectoryVisitor::LinkUse;
 
-  explicit ListIndex(std::list<VHFItem>& list) {
-    entries_.reserve(list.size());
-    size_t slots = 16;
-    while (slots < 2 * list.size()) slots *= 2;
-    slots_.assign(slots, 0);
-    for (auto it = list.begin(); it != list.end(); ++it) {
-      entries_.push_back({Key(*it), it});
-      const uint64_t hash = Hash(entries_.back().key);
-      size_t slot = hash & (slots_.size() - 1);
-      while (slots_[slot] != 0) slot = (slot + 1) & (slots_.size() - 1);
-      slots_[slot] = (hash & kHashBits) | entries_.size();
-    }
+// What the settings say about the entries of one watched folder, the same for a scan, its
+// sub-folder scans and the watcher.
+struct Rules {
+  std::string folder;  // the watched folder as given, ending in "/"
+  std::string real;    // its fully resolved path, ending in "/"; empty when it cannot be resolved
+  bool followLinks = false;
+  bool dotBelowOnly = false;
+
+  Rules() = default;
+  Rules(const std::string& path, bool follow, bool dotBelow)
+      : folder(path), followLinks(follow), dotBelowOnly(dotBelow) {
+    if (folder.empty() || folder.back() != '/') folder.push_back('/');
+    if (vantu::platform::RealPath(path, real) && real.back() != '/') real.push_back('/');
   }
 
-  // Calls `action` for every live entry with this key; false when there is none.
-  template <typename Action>
-  bool ForEach(std::string_view key, Action action) {
-    const uint64_t hash = Hash(key);
-    bool any = false;
-    for (size_t slot = hash & (slots_.size() - 1); slots_[slot] != 0;
-         slot = (slot + 1) & (slots_.size() - 1)) {
-      if ((slots_[slot] & kHashBits) != (hash & kHashBits)) continue;
-      Entry& entry = entries_[(slots_[slot] & ~kHashBits) - 1];
-      if (entry.alive && entry.key == key) {
-        action(entry);
-        any = true;
+  bool Inside(const std::string& target) const {
+    return !real.empty() && (target.compare(0, real.size(), real) == 0 ||
+                             target.compare(0, std::string::npos, real, 0, real.size() - 1) == 0);
+  }
+  // A link whose target lies inside the folder stands for its target; one that leads out is
+  // walked under its own name when links are followed, else skipped.
+  LinkUse ForLink(const std::string& target) const {
+    return Inside(target) ? LinkUse::kTarget : followLinks ? LinkUse::kName : LinkUse::kSkip;
+  }
+  // Whether a file is ignored because a directory of its path starts with ".": every directory
+  // of the path, or only those below the folder.
+  bool UnderDot(const std::string& path) const {
+    if (!dotBelowOnly) return UnderDotDirectory(path);
+    for (const std::string* prefix : {&folder, &real}) {
+      if (!prefix->empty() && path.compare(0, prefix->size(), *prefix) == 0) {
+        return UnderDotDirectory(path.substr(prefix->size()));
       }
     }
-    return any;
+    return UnderDotDirectory(path);
   }
-
-  std::vector<Entry>& entries() { return entries_; }
-
- private:
-  // The upper half of a slot holds hash bits, the lower half the entry's index + 1 (0: empty).
-  static constexpr uint64_t kHashBits = 0xFFFFFFFF00000000ULL;
-
-  static uint64_t Hash(std::string_view key) { return std::hash<std::string_view>()(key); }
-
-  std::vector<Entry> entries_;
-  std::vector<uint64_t> slots_;
 };
 
 }  // namespace
+
+// The list of delivered entries, indexed by key: an entry is found by its path's bytes without
+// touching the disk, and the list keeps the order of delivery.
+class VHotfolder::Listing {
+ public:
+  struct Entry {
+    std::list<VHFItem>::iterator item;
+    uint64_t ticket;  // distinct for every entry ever listed here
+    uint64_t seen;    // the latest scan that found it
+    bool directory;   // a sub-directory in group-folders mode, named with a final "/"
+  };
+
+  explicit Listing(std::list<VHFItem>& list) : list_(list) {}
+
+  size_t size() const { return index_.size(); }
+  uint64_t NextScan() { return ++scans_; }
+  uint64_t LastTicket() const { return tickets_; }
+  Entry* Find(std::string_view key) {
+    const auto it = index_.find(key);
+    return it == index_.end() ? nullptr : &it->second;
+  }
+  const Entry& Add(const VHFItem& item, bool directory, uint64_t scan) {
+    list_.push_back(item);
+    const Entry entry{std::prev(list_.end()), ++tickets_, scan, directory};
+    return index_.emplace(Key(list_.back()), entry).first->second;
+  }
+  void Erase(std::string_view key) {
+    const auto it = index_.find(key);
+    if (it == index_.end()) return;
+    const auto item = it->second.item;
+    index_.erase(it);
+    list_.erase(item);
+  }
+  // Erases every entry for which `drop(key, entry)` is true.
+  template <typename Drop>
+  void EraseIf(Drop drop) {
+    for (auto it = index_.begin(); it != index_.end();) {
+      if (drop(it->first, it->second)) {
+        const auto item = it->second.item;
+        it = index_.erase(it);
+        list_.erase(item);
+      } else {
+        ++it;
+      }
+    }
+  }
+  void Clear() {
+    index_.clear();
+    list_.clear();
+  }
+
+ private:
+  std::list<VHFItem>& list_;
+  std::unordered_map<std::string_view, Entry> index_;  // keys point into the list's items
+  uint64_t tickets_ = 0;
+  uint64_t scans_ = 0;
+};
 
 // One scan of one folder, in two phases. Phase one runs during the walk: an entry already in
 // the list is marked found; a new one gets its availability test and first size reading. Phase
 // two takes each candidate's second size once 500 ms have passed since its first, and delivers,
 // in the order the walk found the candidates (the first readings of one walk come within
-// moments of each other, so its candidates share one wait). While
+// moments of each other, so its candidates share one wait). Delivering lists an entry and
+// queues its callback, which the hot folder makes once the scan has let go of its locks. While
 // it waits, a scan told of new changes (wake on change) walks the folder again and takes the new
 // candidates along, for a while. A sub-directory in group-folders mode is scanned as a folder of
 // its own (files only, not recursive, a list of its own that starts empty) nested in its
@@ -141,16 +221,23 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   // Waits until the deadline or until changes are reported; true for changes.
   using Waiter = std::function<bool(Clock::time_point deadline)>;
 
-  // `outer` is a scan of the same list in progress on this thread (a callback scanning again).
-  Scan(std::list<VHFItem>& list, Callback callback, void* userData, bool groupFolders,
-       const std::atomic<bool>* stopping, Scan* outer = nullptr)
-      : list_(list),
-        index_(list),
-        outer_(outer),
-        callback_(callback),
-        userData_(userData),
+  // A callback to make once the scan is over, unless the entry left the list meanwhile.
+  struct Delivery {
+    std::string key;
+    uint64_t ticket;
+    bool directory;
+  };
+
+  // The scan stops early once `stopping` or `cancel` (either may be null) is set.
+  Scan(Listing& listing, const Rules& rules, bool groupFolders, const std::atomic<bool>* stopping,
+       const std::atomic<bool>* cancel = nullptr)
+      : rules_(rules),
+        listing_(listing),
+        serial_(listing.NextScan()),
+        lastTicket_(listing.LastTicket()),
         groupFolders_(groupFolders),
-        stopping_(stopping) {}
+        stopping_(stopping),
+        cancel_(cancel) {}
 
   // Phase one over the folder's entries.
   void Walk(const std::string& folder, bool recursive) {
@@ -164,7 +251,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     }
   }
 
-  Scan* outer() const { return outer_; }
+  std::vector<Delivery>& deliveries() { return deliveries_; }
   // When the last candidate may have its second reading.
   Clock::time_point LastDeadline() const {
     return pending_.empty() ? Clock::time_point() : pending_.back().deadline;
@@ -178,7 +265,8 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
         if (!wait) {
           std::this_thread::sleep_for(
               std::chrono::ceil<std::chrono::milliseconds>(pending_[i].deadline - Clock::now()));
-        } else if (wait(pending_[i].deadline) && Clock::now() - start < kLongestExtension) {
+        } else if (wait(pending_[i].deadline) && !Stopping() &&
+                   Clock::now() - start < kLongestExtension) {
           Rewalk();  // new candidates join the end of the queue
         }
       }
@@ -186,7 +274,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
       Pending& pending = pending_[i];
       if (pending.sub) {
         pending.sub->scan->Deliver();
-        if (pending.sub->scan->Finish() == 1) Add(pending.item, 175, 181, true);
+        if (pending.sub->scan->Finish() == 1) Add(pending.item, 175, true);
         continue;
       }
       const uint64_t size2 = pending.item.file.GetSize();
@@ -196,43 +284,38 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
             static_cast<unsigned long long>(size2), static_cast<unsigned long long>(pending.size1));
         continue;
       }
-      Add(pending.item, 208, 214, false);
+      Add(pending.item, 208, false);
     }
   }
 
-  // Drops listed entries that the walk did not find (entries under a folder that could not be
-  // listed stay), and returns the scan's result.
+  // Drops the entries listed before the scan that neither its walk nor a later scan's found
+  // (entries under a folder that could not be listed stay), and returns the scan's result.
   int Finish() {
     if (!complete_) return 0;  // a stopped scan forgets nothing
-    for (ListIndex::Entry& entry : index_.entries()) {
-      if (!entry.alive || entry.seen || UnderUnreadable(entry.key)) continue;
-      if (outer_ != nullptr) outer_->Forget(entry.key);
-      list_.erase(entry.item);
-    }
-    return (list_.size() == found_ && found_ != 0) ? 1 : 0;
-  }
-  // These entries are leaving the list while the scan runs (Remove, or a nested scan).
-  void Forget(std::string_view key) {
-    index_.ForEach(key, [](ListIndex::Entry& entry) { entry.alive = false; });
-    pendingKeys_.erase(std::string(key));  // a new file of that name is a new candidate
-    if (outer_ != nullptr) outer_->Forget(key);
+    listing_.EraseIf([this](std::string_view key, const Listing::Entry& entry) {
+      return entry.ticket <= lastTicket_ && entry.seen < serial_ && !UnderUnreadable(key);
+    });
+    return (listing_.size() == found_ && found_ != 0) ? 1 : 0;
   }
 
   int Visit(const std::string& path, bool directory) override {
     if (Stopping()) return 1;
-    if (directory) {
-      if (DotName(path)) return 0;
-    } else if (!groupFolders_ && UnderDotDirectory(path)) {
+    if (path.size() > vantu::platform::LongestPath()) {
+      TooLong(path);
       return 0;
     }
-    const auto seen = [](ListIndex::Entry& entry) { entry.seen = true; };
-    if (rewalking_) {
-      // Only what the first walk did not take: new entries, and entries that were not ready.
-      if (index_.ForEach(path, seen) || pendingKeys_.count(path) != 0) return 0;
+    if (directory) {
+      if (DotName(path)) return 0;
+    } else if (!groupFolders_ && rules_.UnderDot(path)) {
+      return 0;
     }
+    Listing::Entry* listed = listing_.Find(path);
+    if (listed != nullptr) listed->seen = std::max(listed->seen, serial_);
+    // A second walk takes only what the first did not: new entries, and entries not ready.
+    if (rewalking_ && (listed != nullptr || pendingKeys_.count(path) != 0)) return 0;
     ++found_;
     VANTU_SCAN_TRACE(146).Format("Checking file %s", path.c_str());
-    if (!rewalking_ && index_.ForEach(path, seen)) {
+    if (listed != nullptr) {
       VANTU_SCAN_TRACE(160).Format("File %s found in the list", path.c_str());
       return 0;
     }
@@ -243,7 +326,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
       item.file.List(names);
       for (const std::string& n : names) item.contents.emplace_back(VPath::FromFileSystem(n));
       auto sub = std::make_unique<SubFolder>();
-      sub->scan = std::make_unique<Scan>(sub->list, nullptr, nullptr, false, nullptr);
+      sub->scan = std::make_unique<Scan>(sub->listing, rules_, false, nullptr);
       sub->scan->Walk(path, false);
       const Clock::time_point deadline = sub->scan->LastDeadline();
       pendingKeys_.insert(path);
@@ -260,7 +343,17 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     return 0;
   }
 
+  LinkUse Link(const std::string& path, const std::string& target) override {
+    const LinkUse use = rules_.ForLink(target);
+    if (use == LinkUse::kSkip) {
+      VANTU_SCAN_TRACE(236).Format("Skipping %s: the link leads outside the folder, to %s",
+                                   path.c_str(), target.c_str());
+    }
+    return use;
+  }
+
   bool Unreadable(const std::string& path, int error) override {
+    if (error == ENAMETOOLONG) TooLong(path);
     // A folder that is gone takes its entries with it; one that cannot be read keeps them.
     if (error != ENOENT && error != ENOTDIR) unreadable_.push_back(path + "/");
     return true;
@@ -269,6 +362,7 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
  private:
   struct SubFolder {
     std::list<VHFItem> list;
+    Listing listing{list};
     std::unique_ptr<Scan> scan;
   };
   struct Pending {
@@ -278,7 +372,18 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     std::unique_ptr<SubFolder> sub;
   };
 
-  bool Stopping() const { return stopping_ != nullptr && stopping_->load(); }
+  // What lies at such a path cannot be reached: never delivered, and said at warning level with
+  // the watched folder and the path's end (a line holds 2047 bytes).
+  void TooLong(const std::string& path) const {
+    const std::string folder = rules_.folder.substr(0, rules_.folder.size() - 1);
+    VLOG_AT(WARNING, kSource, 238, kScanFunction)
+        .Format("Skipping a path of %zu bytes in %s, longer than the system accepts: ...%s",
+                path.size(), folder.c_str(), path.substr(path.size() - 200).c_str());
+  }
+
+  bool Stopping() const {
+    return (stopping_ != nullptr && stopping_->load()) || (cancel_ != nullptr && cancel_->load());
+  }
 
   // Walks the folder again for entries that changed since the first walk.
   void Rewalk() {
@@ -297,25 +402,18 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
     return false;
   }
 
-  void Add(const VHFItem& entry, int addingLine, int callingLine, bool directory) {
+  void Add(const VHFItem& entry, int addingLine, bool directory) {
     const std::string& path = Key(entry);
+    if (listing_.Find(path) != nullptr) return;
     VLOG_AT(INFO, kSource, addingLine, kScanFunction).Format("Adding %s to the list", path.c_str());
-    list_.push_back(entry);
-    if (callback_ == nullptr) return;
-    VLOG_AT(INFO, kSource, callingLine, kScanFunction)
-        .Format("Calling callback for file %s", path.c_str());
-    const std::string delivered = directory ? path + "/" : path;
-    std::lock_guard<std::recursive_mutex> lock(g_callbackMutex);
-    try {
-      callback_(delivered.c_str(), static_cast<int>(delivered.size()), userData_);
-    } catch (...) {
-      // A callback's exception must not end the scan; its result is ignored anyway.
-    }
+    deliveries_.push_back({path, listing_.Add(entry, directory, serial_).ticket, directory});
   }
 
-  std::list<VHFItem>& list_;
-  ListIndex index_;
-  Scan* const outer_;
+  const Rules& rules_;
+  Listing& listing_;
+  const uint64_t serial_;      // later scans have greater serials
+  const uint64_t lastTicket_;  // of the entries listed before the scan
+  std::vector<Delivery> deliveries_;
   std::unordered_set<std::string> pendingKeys_;
   std::vector<Pending> pending_;
   std::vector<std::string> unreadable_;  // folders that could not be listed, ending in "/"
@@ -324,10 +422,9 @@ class VHotfolder::Scan : public vantu::internal::DirectoryVisitor {
   size_t found_ = 0;
   bool complete_ = false;
   bool rewalking_ = false;
-  Callback callback_;
-  void* userData_;
   const bool groupFolders_;
   const std::atomic<bool>* stopping_;
+  const std::atomic<bool>* cancel_;
 };
 
 // Wakes a hot folder early. One thread watches the folder (and the sub-folders a scan reads)
@@ -345,6 +442,8 @@ class VHotfolder::Watcher {
     }
     notifier_.Interrupt();
     requested_.notify_one();
+    folder_.ReportChanges();  // a wake-up scan waiting for second readings ends now
+    g_callbackGate.Wake();    // and one waiting to call back gives up
     reader_.join();
     scanner_.join();
   }
@@ -354,35 +453,42 @@ class VHotfolder::Watcher {
     std::string path;
     bool recursive;
     bool groupFolders;
+    bool followLinks;
     bool operator==(const Settings& other) const {
       return path == other.path && recursive == other.recursive &&
-             groupFolders == other.groupFolders;
+             groupFolders == other.groupFolders && followLinks == other.followLinks;
     }
   };
 
   // Watches every directory a scan of `path` reads, except those under a "." directory.
   class DirectoryAdder : public vantu::internal::DirectoryVisitor {
    public:
-    explicit DirectoryAdder(vantu::platform::ChangeNotifier& notifier) : notifier_(notifier) {}
+    DirectoryAdder(vantu::platform::ChangeNotifier& notifier, const Rules& rules)
+        : notifier_(notifier), rules_(rules) {}
     int Visit(const std::string& path, bool directory) override {
       if (directory && Enter(path)) notifier_.Watch(path);
       return 0;
     }
     bool Enter(const std::string& path) override { return !DotName(path); }
+    LinkUse Link(const std::string&, const std::string& target) override {
+      return rules_.ForLink(target);
+    }
     bool Unreadable(const std::string&, int) override { return true; }
 
    private:
     vantu::platform::ChangeNotifier& notifier_;
+    const Rules& rules_;
   };
 
   Settings Current() const {
-    return {PathBytes(folder_.GetPath()), folder_.recursive_.load(), folder_.groupFolders_.load()};
+    return {PathBytes(folder_.GetPath()), folder_.recursive_.load(), folder_.groupFolders_.load(),
+            folder_.followLinks_.load()};
   }
 
   // Watches the directories below `directory`, `depth` levels down.
   void WatchBelow(const std::string& directory, unsigned depth) {
     if (depth == 0) return;
-    DirectoryAdder adder(notifier_);
+    DirectoryAdder adder(notifier_, rules_);
     try {
       vantu::internal::WalkDirectory(directory, true, depth - 1, true, adder);
     } catch (...) {
@@ -397,6 +503,7 @@ class VHotfolder::Watcher {
   // every tick.
   void Arm() {
     armed_ = Current();
+    rules_ = Rules(armed_.path, armed_.followLinks, false);
     notifier_.Reset();
     watching_ = notifier_.Watch(armed_.path);
     if (watching_) WatchBelow(armed_.path, Depth(armed_));
@@ -407,7 +514,12 @@ class VHotfolder::Watcher {
     while (!stop_) {
       auto events = notifier_.Wait(kWatcherTick);
       if (stop_) break;
-      if (!watching_ || events.lostWatch || !(Current() == armed_)) Arm();
+      if (!watching_ || events.lostWatch || !(Current() == armed_)) {
+        Arm();
+        // A folder watched anew (made again, or another one) may hold files already: no event
+        // will announce them.
+        if (watching_) RequestScan();
+      }
       if (!events.changed && !events.overflow) continue;
       // Gather the rest of a burst; new directories are watched as they come.
       const auto first = std::chrono::steady_clock::now();
@@ -421,12 +533,16 @@ class VHotfolder::Watcher {
         if (!events.changed && !events.overflow && !events.lostWatch) break;
       }
       folder_.ReportChanges();
-      {
-        std::lock_guard<std::mutex> lock(mutex_);
-        scanRequested_ = true;
-      }
-      requested_.notify_one();
+      RequestScan();
     }
+  }
+
+  void RequestScan() {
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      scanRequested_ = true;
+    }
+    requested_.notify_one();
   }
 
   void RunScans() {
@@ -436,7 +552,11 @@ class VHotfolder::Watcher {
       if (stop_) return;
       scanRequested_ = false;
       lock.unlock();
-      VHotfolder::OnTimer(&folder_);
+      try {
+        folder_.RunScan(&stop_);
+      } catch (...) {
+        // A scan never lets an exception escape into the watcher's thread.
+      }
       lock.lock();
     }
   }
@@ -444,6 +564,7 @@ class VHotfolder::Watcher {
   VHotfolder& folder_;
   vantu::platform::ChangeNotifier notifier_;
   Settings armed_;
+  Rules rules_;
   bool watching_ = false;  // the folder itself is watched
   std::mutex mutex_;
   std::condition_variable requested_;
@@ -471,15 +592,15 @@ bool VHotfolder::WaitForChanges(std::chrono::steady_clock::time_point deadline) 
 }
 
 VHotfolder::VHotfolder()
-    : scanMutex_(std::make_unique<std::recursive_mutex>()),
-      listMutex_(std::make_unique<std::recursive_mutex>()) {
+    : listMutex_(std::make_unique<std::recursive_mutex>()),
+      listing_(std::make_unique<Listing>(fileList_)) {
   timer_.SetCallback(&VHotfolder::OnTimer, this);
 }
 
 VHotfolder::VHotfolder(const VHotfolder& other)
     : VBaseObject(other),
-      scanMutex_(std::make_unique<std::recursive_mutex>()),
-      listMutex_(std::make_unique<std::recursive_mutex>()) {
+      listMutex_(std::make_unique<std::recursive_mutex>()),
+      listing_(std::make_unique<Listing>(fileList_)) {
   timer_.SetCallback(&VHotfolder::OnTimer, this);
   CopyFrom(other);
 }
@@ -489,15 +610,7 @@ VHotfolder& VHotfolder::operator=(const VHotfolder& other) {
   return *this;
 }
 
-VHotfolder::~VHotfolder() {
-  stopping_ = true;
-  ReportChanges();
-  StopWatcher();
-  timer_.Stop();
-  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
-  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
-  fileList_.clear();
-}
+VHotfolder::~VHotfolder() { Stop(); }
 
 void VHotfolder::Assign(const VHotfolder& other) {
   if (this != &other) CopyFrom(other);
@@ -513,6 +626,8 @@ void VHotfolder::CopyFrom(const VHotfolder& other) {
   enabled_ = other.enabled_.load();
   stopping_ = other.stopping_.load();
   wakeOnChange_ = other.wakeOnChange_.load();
+  followLinks_ = other.followLinks_.load();
+  dotBelowOnly_ = other.dotBelowOnly_.load();
 }
 
 std::list<VHFItem>* VHotfolder::GetFileList() { return &fileList_; }
@@ -529,6 +644,8 @@ void* VHotfolder::GetUserData() const { return userData_; }
 void VHotfolder::Enable(bool enabled) { enabled_ = enabled; }
 bool VHotfolder::isEnabled() const { return enabled_; }
 bool VHotfolder::GetWakeOnChange() const { return wakeOnChange_; }
+bool VHotfolder::GetFollowLinks() const { return followLinks_; }
+bool VHotfolder::GetDotRuleBelowFolderOnly() const { return dotBelowOnly_; }
 
 void VHotfolder::SetPath(const VPath& path) {
   std::lock_guard<std::mutex> lock(pathMutex_);
@@ -539,6 +656,8 @@ void VHotfolder::SetRecursive(bool recursive) { recursive_ = recursive; }
 void VHotfolder::SetGroupFolders(bool groupFolders) { groupFolders_ = groupFolders; }
 void VHotfolder::SetCallback(Callback callback) { callback_ = callback; }
 void VHotfolder::SetUserData(void* userData) { userData_ = userData; }
+void VHotfolder::SetFollowLinks(bool follow) { followLinks_ = follow; }
+void VHotfolder::SetDotRuleBelowFolderOnly(bool belowOnly) { dotBelowOnly_ = belowOnly; }
 
 void VHotfolder::SetWakeOnChange(bool wake) {
   std::unique_ptr<Watcher> stopped;
@@ -565,12 +684,21 @@ void VHotfolder::Start() {
 
 void VHotfolder::Stop() {
   stopping_ = true;
-  ReportChanges();  // a scan waiting for its second readings ends now
+  ReportChanges();        // a scan waiting for its second readings ends now
+  g_callbackGate.Wake();  // and one waiting to call back gives up
   StopWatcher();
   timer_.Stop();
-  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
+  {
+    // Scans that other threads run themselves; this thread's own (a callback stopping its own
+    // hot folder) end when the callback returns.
+    std::unique_lock<std::mutex> lock(scansMutex_);
+    scansDone_.wait(lock, [this] {
+      return std::count(scanThreads_.begin(), scanThreads_.end(), std::this_thread::get_id()) ==
+             static_cast<std::ptrdiff_t>(scanThreads_.size());
+    });
+  }
   std::lock_guard<std::recursive_mutex> lock(*listMutex_);
-  fileList_.clear();
+  listing_->Clear();
 }
 
 void VHotfolder::StopWatcher() {
@@ -585,68 +713,122 @@ void VHotfolder::StopWatcher() {
 
 int VHotfolder::OnTimer(void* self) {
   try {
-    static_cast<VHotfolder*>(self)->CheckFolderChanges();
+    static_cast<VHotfolder*>(self)->RunScan(nullptr);
   } catch (...) {
     // A scan never lets an exception escape into the timer's or the watcher's thread.
   }
   return 0;
 }
 
-int VHotfolder::CheckFolderChanges() {
+int VHotfolder::CheckFolderChanges() { return RunScan(nullptr); }
+
+int VHotfolder::RunScan(const std::atomic<bool>* cancel) {
+  // Counted, so that Stop and the destructor wait for the scan, callbacks included.
+  struct Counted {
+    VHotfolder& folder;
+    explicit Counted(VHotfolder& f) : folder(f) {
+      std::lock_guard<std::mutex> lock(folder.scansMutex_);
+      folder.scanThreads_.push_back(std::this_thread::get_id());
+    }
+    ~Counted() {
+      std::lock_guard<std::mutex> lock(folder.scansMutex_);
+      folder.scanThreads_.erase(std::find(folder.scanThreads_.begin(), folder.scanThreads_.end(),
+                                          std::this_thread::get_id()));
+      folder.scansDone_.notify_all();
+    }
+  } counted(*this);
   // The folder as UTF8 file-system bytes, so that the entries keep the exact bytes of their names.
   const std::string folder = PathBytes(GetPath());
   const Callback callback = callback_;
   void* const userData = userData_;
-  std::lock_guard<std::recursive_mutex> scanning(*scanMutex_);
+  const auto halted = [this, cancel] { return stopping_ || (cancel != nullptr && *cancel); };
+  // The queued callbacks, made with no lock of this hot folder held, so that a callback may use
+  // any hot folder. An entry that left the list meanwhile (Remove, Stop, another scan) is not
+  // called back.
+  std::vector<Scan::Delivery> deliveries;
+  size_t called = 0;
+  const auto callBack = [&] {
+    for (; called < deliveries.size() && callback != nullptr && !halted(); ++called) {
+      const Scan::Delivery& delivery = deliveries[called];
+      if (!g_callbackGate.Enter(halted)) break;
+      struct Leave {
+        ~Leave() { g_callbackGate.Leave(); }
+      } leave;
+      {
+        std::lock_guard<std::recursive_mutex> lock(*listMutex_);
+        const Listing::Entry* entry = listing_->Find(delivery.key);
+        if (entry == nullptr || entry->ticket != delivery.ticket) continue;
+      }
+      VLOG_AT(INFO, kSource, delivery.directory ? 181 : 214, kScanFunction)
+          .Format("Calling callback for file %s", delivery.key.c_str());
+      const std::string path = delivery.directory ? delivery.key + "/" : delivery.key;
+      try {
+        callback(path.c_str(), static_cast<int>(path.size()), userData);
+      } catch (...) {
+        // A callback's exception must not end the scan; its result is ignored anyway.
+      }
+    }
+  };
   std::unique_lock<std::recursive_mutex> listed(*listMutex_);
   {
     std::lock_guard<std::mutex> changes(changeMutex_);
     changed_ = false;  // this scan's walk sees them
   }
-  Scan scan(fileList_, callback, userData, groupFolders_, &stopping_, activeScan_);
-  activeScan_ = &scan;
-  struct Restore {
-    Scan*& active;
-    Scan* outer;
-    ~Restore() { active = outer; }
-  } restore{activeScan_, scan.outer()};
+  const Rules rules(folder, followLinks_, dotBelowOnly_);
+  Scan scan(*listing_, rules, groupFolders_, &stopping_, cancel);
   scan.Walk(folder, recursive_);
-  // While it waits for second readings the scan lets Remove from other threads at the list.
-  scan.Deliver([this, &listed](Scan::Clock::time_point deadline) {
+  // While it waits for second readings the scan lets go of the list (Remove, other scans may
+  // come in) and calls back what it has delivered so far.
+  scan.Deliver([&](Scan::Clock::time_point deadline) {
+    std::move(scan.deliveries().begin(), scan.deliveries().end(), std::back_inserter(deliveries));
+    scan.deliveries().clear();
     listed.unlock();
+    callBack();
     const bool changed = WaitForChanges(deadline);
     listed.lock();
     return changed;
   });
-  return scan.Finish();
+  const int result = scan.Finish();
+  std::move(scan.deliveries().begin(), scan.deliveries().end(), std::back_inserter(deliveries));
+  listed.unlock();
+  callBack();
+  if (called < deliveries.size() && callback != nullptr) {
+    // Stopped before calling these back: they leave the list, so that a later scan delivers them.
+    listed.lock();
+    for (; called < deliveries.size(); ++called) {
+      const Listing::Entry* entry = listing_->Find(deliveries[called].key);
+      if (entry != nullptr && entry->ticket == deliveries[called].ticket) {
+        listing_->Erase(deliveries[called].key);
+      }
+    }
+  }
+  return result;
 }
 
 void VHotfolder::Remove(const VFile& file, bool keepFile) {
-  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
   const std::string given = PathBytes(file.GetPath());
   VANTU_REMOVE_TRACE(447).Format("Removing %s", given.c_str());
-  auto match = fileList_.end();
-  bool directory = false;
-  for (auto it = fileList_.begin(); it != fileList_.end(); ++it) {
-    VPath text = it->file.GetPath();
-    const bool isDirectory = it->file.IsDirectory();
-    if (isDirectory) text.MakeDirectory();
-    if (PathBytes(text) == given) {
-      match = it;
-      directory = isDirectory;
+  // A sub-directory is named in directory form, with a final "/".
+  const bool directory = given.size() > 1 && given.back() == '/';
+  const std::string_view key(given.data(), given.size() - (directory ? 1 : 0));
+  std::lock_guard<std::recursive_mutex> lock(*listMutex_);
+  const Listing::Entry* entry = listing_->Find(key);
+  if (entry == nullptr || entry->directory != directory) return;
+  VANTU_REMOVE_TRACE(464).Format("Removing %s, found in the list", given.c_str());
+  listing_->Erase(key);
+  if (keepFile) return;
+  VANTU_REMOVE_TRACE(474).Format("Deleting %s", given.c_str());
+  // Relative to the watched folder, through descriptors that follow no link: the entry's path
+  // below the folder as given, or below its resolved path (where links inside lead).
+  const Rules rules(PathBytes(GetPath()), false, false);
+  int error = EINVAL;
+  std::string failed;
+  for (const std::string* root : {&rules.folder, &rules.real}) {
+    if (!root->empty() && key.size() > root->size() && key.compare(0, root->size(), *root) == 0) {
+      error = vantu::platform::RemoveBelow(*root, std::string(key.substr(root->size())), directory,
+                                           failed);
       break;
     }
   }
-  if (match == fileList_.end()) return;
-  VANTU_REMOVE_TRACE(464).Format("Removing %s, found in the list", given.c_str());
-  const VHFItem matched = *match;
-  if (activeScan_ != nullptr) activeScan_->Forget(Key(matched));
-  fileList_.remove_if([&](const VHFItem& item) { return item == matched; });
-  if (keepFile) return;
-  VANTU_REMOVE_TRACE(474).Format("Deleting %s", given.c_str());
-  try {
-    matched.file.Remove(directory);
-  } catch (...) {
-    VANTU_REMOVE_TRACE(483).Format("Error deleting file %s", given.c_str());
-  }
+  if (error != 0) VANTU_REMOVE_TRACE(483).Format("Error deleting file %s", given.c_str());
 }

@@ -50,13 +50,19 @@ class Walk {
     while (result == 0 && reader->Next(name, kind)) {
       path_.resize(prefix);
       path_ += name;
-      const bool link = kind == FileKind::kLinkToExisting;
+      bool link = kind == FileKind::kLinkToExisting;
       if (link) {
         std::string target;
         if (!platform::ResolveSymbolicLink(path_, target)) continue;
-        directory.assign(path_, 0, prefix);
-        path_ = std::move(target);
-        kind = platform::GetFileKind(path_);
+        const DirectoryVisitor::LinkUse use = visitor_.Link(path_, target);
+        if (use == DirectoryVisitor::LinkUse::kSkip) continue;
+        kind = platform::GetFileKind(target);
+        if (use == DirectoryVisitor::LinkUse::kTarget) {
+          directory.assign(path_, 0, prefix);
+          path_ = std::move(target);
+        } else {
+          link = false;  // walked under its own path, which path_ already holds
+        }
       }
       if (kind == FileKind::kFile) {
         result = visitor_.Visit(path_, false);

@@ -16,6 +16,13 @@ class DirectoryVisitor {
   virtual int Visit(const std::string& path, bool directory) = 0;
   // Whether to descend into this directory (after its Visit); the walk's own rules apply too.
   virtual bool Enter(const std::string& /*path*/) { return true; }
+  // How a symbolic link is walked: as its target (the target's path stands for the entry), under
+  // its own path (a directory is entered through the link), or not at all.
+  enum class LinkUse { kTarget, kName, kSkip };
+  // A symbolic link at `path` whose fully resolved target `target` exists.
+  virtual LinkUse Link(const std::string& /*path*/, const std::string& /*target*/) {
+    return LinkUse::kTarget;
+  }
   // A directory that could not be listed (errno value `error`). True goes on as if it were
   // empty; false ends the walk with std::system_error.
   virtual bool Unreadable(const std::string& path, int error) = 0;
@@ -24,8 +31,8 @@ class DirectoryVisitor {
 // Walks `root`: entries in the order the file system lists them; files always, directories when
 // `includeDirectories`; with `recursive` it descends into each directory after visiting it while
 // `depth` allows (depth counts the levels below root that may still be entered). A symbolic link
-// whose target exists is followed one level, wherever it leads; each directory (device and
-// inode) is entered at most once per walk. Other entries (broken links, devices) are skipped.
+// whose target exists is followed one level, as the visitor's Link says; each directory (device
+// and inode) is entered at most once per walk. Other entries (broken links, devices) are skipped.
 // Returns the last result, 0 when nothing was visited. Allocates nothing per entry beyond what a
 // link's resolution or the visitor needs.
 int WalkDirectory(const std::string& root, bool recursive, unsigned depth, bool includeDirectories,

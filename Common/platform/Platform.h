@@ -27,6 +27,9 @@ void Utf16ToCodePage(const std::string& in, std::string& out);
 // ---------------------------------------------------------------------------------------------
 // Files. Paths are the UTF-8 bytes the file system sees.
 
+// The longest path, in bytes, that the system's calls accept (PATH_MAX less its NUL).
+size_t LongestPath();
+
 // What a directory entry is, from one lstat (and a stat for a symbolic link).
 enum class FileKind { kMissing, kFile, kDirectory, kLinkToExisting, kOther };
 FileKind GetFileKind(const std::string& path);
@@ -87,6 +90,14 @@ std::FILE* OpenAvailableForReading(const std::string& path);
 // never what it points to. Returns 0, or the errno value of the first failure, with the path it
 // concerned in `failedPath`; what was removed before it stays removed.
 int RemoveTree(const std::string& path, std::string& failedPath);
+// Removes `relative` (names joined by "/") below the directory `root`. Each directory on the way
+// is opened relative to the one before it without following a link, so a link there, also one
+// swapped in meanwhile, fails (ELOOP, ENOTDIR) instead of leading out; the last name is removed
+// as itself (a link, not what it points to), with everything in it when `tree` (as RemoveTree),
+// else only when it is not a directory. Returns 0, or the errno value of the first failure with
+// the path it concerned in `failedPath`.
+int RemoveBelow(const std::string& root, const std::string& relative, bool tree,
+                std::string& failedPath);
 
 // Opens a file for writing in binary mode, closed on exec, creating it or truncating it (devices
 // and pipes are not truncated), and holds an exclusive flock on it until the stream is closed:

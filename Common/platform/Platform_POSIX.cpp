@@ -269,6 +269,8 @@ int TryLease(int fd, int type) {
 
 }  // namespace
 
+size_t LongestPath() { return PATH_MAX - 1; }
+
 FileKind GetFileKind(const std::string& path) {
   struct stat info;
   if (::lstat(path.c_str(), &info) != 0) return FileKind::kMissing;
@@ -390,14 +392,20 @@ std::FILE* OpenAvailableForReading(const std::string& path) {
   return stream;
 }
 
-int RemoveTree(const std::string& path, std::string& failedPath) {
-  constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+namespace {
+
+constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// RemoveTree of `name` in the directory `parent` (AT_FDCWD: `name` is a path), which `path`
+// names in messages.
+int RemoveTreeAt(int parent, const std::string& name, const std::string& path,
+                 std::string& failedPath) {
   failedPath = path;
-  const int top = ::open(path.c_str(), kDirectoryFlags);
+  const int top = ::openat(parent, name.c_str(), kDirectoryFlags);
   if (top < 0) {
     // Not a directory (a file, or a link whatever it points to): removed as itself.
     if (errno != ENOTDIR && errno != ELOOP) return errno;
-    return ::unlink(path.c_str()) == 0 ? 0 : errno;
+    return ::unlinkat(parent, name.c_str(), 0) == 0 ? 0 : errno;
   }
   // The directories being emptied, outermost first. Each is read through its own descriptor,
   // so no path is resolved again once the walk has entered a directory.
@@ -430,7 +438,7 @@ int RemoveTree(const std::string& path, std::string& failedPath) {
       levels.pop_back();
       ::closedir(done.dir);
       const int rc = levels.empty()
-                         ? ::rmdir(path.c_str())
+                         ? ::unlinkat(parent, name.c_str(), AT_REMOVEDIR)
                          : ::unlinkat(::dirfd(levels.back().dir), done.name.c_str(), AT_REMOVEDIR);
       if (rc != 0) {
         error = errno;
@@ -467,6 +475,48 @@ int RemoveTree(const std::string& path, std::string& failedPath) {
     }
   }
   for (const Level& level : levels) ::closedir(level.dir);
+  return error;
+}
+
+}  // namespace
+
+int RemoveTree(const std::string& path, std::string& failedPath) {
+  return RemoveTreeAt(AT_FDCWD, path, path, failedPath);
+}
+
+int RemoveBelow(const std::string& root, const std::string& relative, bool tree,
+                std::string& failedPath) {
+  failedPath = root;
+  int current = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (current < 0) return errno;
+  const std::string base = root.empty() || root.back() == '/' ? root : root + "/";
+  int error = 0;
+  for (size_t start = 0;;) {
+    const size_t slash = relative.find('/', start);
+    const std::string name = relative.substr(start, slash - start);
+    failedPath = base + relative.substr(0, slash);
+    if (name.empty() || name == "." || name == "..") {
+      error = EINVAL;
+    } else if (slash == std::string::npos) {
+      const std::string path = failedPath;
+      if (tree) {
+        error = RemoveTreeAt(current, name, path, failedPath);
+      } else if (::unlinkat(current, name.c_str(), 0) != 0) {
+        error = errno;
+      }
+    } else {
+      const int next = ::openat(current, name.c_str(), kDirectoryFlags);
+      if (next >= 0) {
+        ::close(current);
+        current = next;
+        start = slash + 1;
+        continue;
+      }
+      error = errno;
+    }
+    break;
+  }
+  ::close(current);
   return error;
 }
 

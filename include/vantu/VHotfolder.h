@@ -1,26 +1,39 @@
 // VHotfolder: watches one directory and hands each complete arriving file to a callback, once.
 //
 // On a periodic timer (first scan one second after Start, then every period) a scan walks the
-// directory (recursively if asked; entries under a directory whose name starts with "." are
-// ignored), and for each entry not yet delivered checks that no process holds it open for
-// writing, that it is not empty, and that its size did not grow between two readings at least
-// 500 ms apart. A complete entry is appended to the file list and the callback receives its path
-// (UTF-8 bytes as the file system names it, NUL-terminated), the path's length and the user
-// data. In group-folders mode a sub-directory is one entry, delivered (its path ending in "/")
-// once every file directly inside it is complete in the same scan. A scan takes the first size
-// of every candidate as it walks, then each candidate's second size once 500 ms have passed
+// directory (recursively if asked), and for each entry not yet delivered checks that no process
+// holds it open for writing, that it is not empty, and that its size did not grow between two
+// readings at least 500 ms apart. A complete entry is appended to the file list and the callback
+// receives its path (UTF-8 bytes as the file system names it, NUL-terminated), the path's length
+// and the user data. In group-folders mode a sub-directory is one entry, delivered (its path ending
+// in "/") once every file directly inside it is complete in the same scan. A scan takes the first
+// size of every candidate as it walks, then each candidate's second size once 500 ms have passed
 // since its first, and delivers: it waits about 500 ms however many files it checks. An entry
-// already delivered costs a scan its listing and one lookup. Callbacks come in the order the
-// walk found the entries;
-// all callbacks of all hot folders of the process are serialised by one recursive mutex, so a
-// callback may itself run a scan of another hot folder.
+// already delivered costs a scan its listing and one lookup. A scan lists what it delivers, then
+// calls back (in the order the walk found the entries) while it waits for further readings and
+// at its end, holding no lock of the hot folder; an entry that left the list before its callback
+// came (Remove, Stop) is not called back. All callbacks of all hot folders of the process are
+// serialised by one recursive lock, so a callback may itself scan or Remove on any hot folder.
+//
+// Entries under a directory whose name starts with "." are ignored. By default every directory
+// of the path counts, also those above the watched folder: a folder that lies below a "."
+// directory delivers nothing (in group-folders mode only its own files, never a sub-directory).
+// SetDotRuleBelowFolderOnly(true) applies the rule to the names below the watched folder only.
+//
+// A hot folder never delivers, nor deletes, anything whose resolved location lies outside its
+// watched folder: a symbolic link whose target lies inside stands for its target (delivered
+// under the target's path); one that leads out is skipped and traced ("Skipping <link>: the link
+// leads outside the folder, to <target>"). SetFollowLinks(true), for trusted folders, delivers
+// outside targets too, under the link's own path (a linked directory's files under the link's
+// name).
 //
 // The file list is the hot folder's only memory: an entry stays in it, and is not delivered
 // again, for as long as every scan finds it. An entry that disappears drops out of the list and
 // is delivered again if it comes back. Remove takes an entry out of the list (and, unless asked
 // to keep it, deletes it); a file taken out of the list but left on the disk is therefore
-// delivered again at the next scan. Stop empties the list, so a later Start delivers again
-// everything still there.
+// delivered again at the next scan. Remove finds the entry by its path's bytes, without touching
+// the disk: a path that is not listed costs one hash lookup. Stop empties the list, so a later
+// Start delivers again everything still there.
 //
 // With SetWakeOnChange(true) the hot folder also watches its folder (and the sub-folders a scan
 // reads) for entries closed after writing, moved in or deleted, and runs a scan soon after a
@@ -34,11 +47,13 @@
 // thrown out of a scan or out of Remove; a missing folder gives an empty scan. A recursive scan
 // that cannot read a sub-folder keeps the entries it delivered under it.
 //
-// Thread safety: scans run on a pool thread (or the watcher's thread), one at a time; Remove may
-// be called from any thread, including from inside the callback (the list's mutex is
-// recursive), and from another thread it need not wait while a scan waits for second readings.
-// Stop, SetWakeOnChange(false) and the destructor wait for a scan in progress, so they must not
-// be called from inside this hot folder's own callback.
+// Thread safety: scans run on a pool thread (or the watcher's thread, or the caller's); scans of
+// one hot folder take turns on its list, each letting go of it while it waits for second
+// readings and while it calls back. Every operation of every hot folder may be called from any
+// thread and from inside any callback, with these exceptions: Stop, SetWakeOnChange(false) and
+// the destructor wait for the hot folder's scans in progress (a scan waiting to call back gives
+// up, and what it has not called back is delivered by a later scan), so they must not be called
+// from inside this hot folder's own callback.
 #ifndef VANTU_VHOTFOLDER_H
 #define VANTU_VHOTFOLDER_H
 
@@ -48,6 +63,8 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 #include <vantu/Export.h>
 #include <vantu/VBaseObject.h>
@@ -70,11 +87,12 @@ class VANTU_API VHotfolder : public VBaseObject {
   // Slot 3: CopyFrom(other) unless other is this object.
   virtual void Assign(const VHotfolder& other);
   // Slot 4: copies path, group folders, recursive, period, callback, user data, enabled,
-  // stopping and wake-on-change; never the list, the timer, the watcher or the mutex.
+  // stopping, wake-on-change, follow-links and the dot rule; never the list, the timer, the watcher
+  // or the mutex.
   virtual void CopyFrom(const VHotfolder& other);
 
   // The live list of delivered entries, in delivery order. Lock-free access races with scans:
-  // read it from the callback, or while the hot folder is stopped.
+  // read it from the callback, or while the hot folder is stopped; never change it.
   std::list<VHFItem>* GetFileList();
   bool GetGroupFolders() const;
   Callback GetHolfoderCbFn() const;
@@ -94,6 +112,13 @@ class VANTU_API VHotfolder : public VBaseObject {
   void SetGroupFolders(bool groupFolders);
   void SetCallback(Callback callback);
   void SetUserData(void* userData);
+  // Delivers what links that lead outside the folder point to (see above); off by default.
+  void SetFollowLinks(bool follow);
+  bool GetFollowLinks() const;
+  // Ignores entries under "." directories below the watched folder only (see above); off by
+  // default.
+  void SetDotRuleBelowFolderOnly(bool belowOnly);
+  bool GetDotRuleBelowFolderOnly() const;
   // Wakes a scan early when entries change (see above); off by default. Takes effect at once.
   void SetWakeOnChange(bool wake);
   bool GetWakeOnChange() const;
@@ -101,23 +126,28 @@ class VANTU_API VHotfolder : public VBaseObject {
   // Starts scanning: the first scan one second later, then every period. On a running hot folder
   // only the period changes (from the end of the current interval); the list is kept.
   void Start();
-  // Stops scanning (waiting for a scan in progress) and empties the list.
+  // Stops scanning (waiting for the scans in progress) and empties the list.
   void Stop();
   // One scan. Returns 1 when the list now holds exactly as many entries as the scan found and
   // that number is not 0, else 0.
   int CheckFolderChanges();
   // Takes the entry whose path text equals the file's (a directory's in directory form) out of
-  // the list and, unless keepFile, deletes it from the disk (a directory with its content).
+  // the list and, unless keepFile, deletes it from the disk (a directory with its content),
+  // relative to the watched folder and following no link: a link is deleted itself, never its
+  // target, and nothing is deleted where a link (also one swapped in since the delivery) stands
+  // on the way down from the folder.
   // Failures are logged, never thrown. A kept file that stays on the disk is delivered again at
-  // the next scan: the list is the hot folder's only memory. Called from another thread during
-  // a scan, it waits while the scan reads the folder or calls back, not while the scan waits
-  // for its second size readings.
+  // the next scan: the list is the hot folder's only memory. Called during a scan, it waits
+  // while the scan reads the folder, not while the scan waits for second readings or calls back.
   void Remove(const VFile& file, bool keepFile);
 
  private:
+  class Listing;
   class Scan;
   class Watcher;
   static int OnTimer(void* self);
+  // One scan; a set `cancel` (may be null) ends it early, as Stop does.
+  int RunScan(const std::atomic<bool>* cancel);
   void StopWatcher();
   // The watcher tells a waiting scan of changes; a scan waits for its deadline or for them.
   void ReportChanges();
@@ -125,10 +155,11 @@ class VANTU_API VHotfolder : public VBaseObject {
 
   // Settings may change from any thread while a scan runs; each scan reads them once.
   std::list<VHFItem> fileList_;
-  std::unique_ptr<std::recursive_mutex> scanMutex_;  // one scan at a time; Stop waits for it
-  // Guards fileList_ and activeScan_; a scan holds it except while it waits.
+  // Guards fileList_ and listing_. A scan holds it except while it waits for second readings and
+  // while it calls back, so scans of one folder take turns.
   std::unique_ptr<std::recursive_mutex> listMutex_;
-  mutable std::mutex pathMutex_;  // guards path_
+  std::unique_ptr<Listing> listing_;  // fileList_ indexed by path
+  mutable std::mutex pathMutex_;      // guards path_
   VPath path_;
   std::atomic<int> period_{10000};
   std::atomic<Callback> callback_{nullptr};
@@ -139,11 +170,15 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::atomic<bool> groupFolders_{false};
   std::atomic<bool> stopping_{false};
   std::atomic<bool> wakeOnChange_{false};
+  std::atomic<bool> followLinks_{false};
+  std::atomic<bool> dotBelowOnly_{false};
   std::mutex watcherMutex_;  // guards watcher_ and running_
   std::unique_ptr<Watcher> watcher_;
   bool running_ = false;
-  Scan* activeScan_ = nullptr;  // the scan in progress, under the list mutex
-  std::mutex changeMutex_;      // guards changed_
+  std::mutex scansMutex_;  // guards scanThreads_
+  std::condition_variable scansDone_;
+  std::vector<std::thread::id> scanThreads_;  // of the scans in progress
+  std::mutex changeMutex_;                    // guards changed_
   std::condition_variable changeCv_;
   bool changed_ = false;
 };

@@ -103,10 +103,13 @@ VANTU_API int vantu_LogMessage(void* handle, unsigned int level, const char* tex
  * result is ignored. Runs on a pool thread; all callbacks of the process are serialised. */
 typedef int (*vantu_HotFolderCallback)(const char* path, int length, void* userData);
 
-/* Flags of vantu_CreateHotFolderEx and vantu_ConfigHotFolder. */
+/* Flags of vantu_CreateHotFolderEx and vantu_ConfigHotFolder. Without FOLLOW_LINKS a symbolic
+ * link whose target lies outside the folder is skipped; with it (for trusted folders) the target
+ * is delivered under the link's own path, and deleting it deletes the link. */
 #define VANTU_HOTFOLDER_ACTIVATE 1u      /* start at once (vantu_CreateHotFolderEx only) */
 #define VANTU_HOTFOLDER_RECURSIVE 2u     /* descend into sub-directories */
 #define VANTU_HOTFOLDER_GROUP_FOLDERS 4u /* deliver each sub-directory as one unit */
+#define VANTU_HOTFOLDER_FOLLOW_LINKS 8u  /* deliver links that lead outside the folder */
 
 /* vantu_CreateHotFolderEx with flags from activate and recursive; group folders off. */
 VANTU_API void* vantu_CreateHotFolder(const char* path, unsigned int milliseconds, int activate,
@@ -117,8 +120,8 @@ VANTU_API void* vantu_CreateHotFolder(const char* path, unsigned int millisecond
 VANTU_API void* vantu_CreateHotFolderEx(const char* path, unsigned int milliseconds,
                                         unsigned int flags, vantu_HotFolderCallback callback,
                                         void* userData);
-/* Sets the period and the recursive and group-folders flags (the activate flag is ignored). The
- * period reaches the timer at the next activation. */
+/* Sets the period and the recursive, group-folders and follow-links flags (the activate flag is
+ * ignored). The period reaches the timer at the next activation. */
 VANTU_API void vantu_ConfigHotFolder(void* handle, unsigned int milliseconds, unsigned int flags);
 /* Non-zero: starts (on a running hot folder, only applies the period, keeping the list of
  * delivered entries). 0: stops and empties the list, so everything still there is delivered
@@ -126,7 +129,8 @@ VANTU_API void vantu_ConfigHotFolder(void* handle, unsigned int milliseconds, un
  * hot folder's own callback. */
 VANTU_API void vantu_ActivateHotFolder(void* handle, int activate);
 /* Takes the entry with exactly this path (as the callback gave it) out of the list; with
- * keepFile 0 also deletes it (a directory with its content). A kept file that stays on the disk
+ * keepFile 0 also deletes it (a directory with its content), following no link: a link is
+ * deleted itself, and nothing below a link is deleted. A kept file that stays on the disk
  * is delivered again at the next scan: the list is the hot folder's only memory. May be called
  * from inside the callback. */
 VANTU_API void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int keepFile);

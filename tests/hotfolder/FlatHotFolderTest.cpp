@@ -32,8 +32,13 @@ TEST(FlatHotFolderTest, CreateConfigureAndDispose) {
   vantu_ConfigHotFolder(handle, 700, VANTU_HOTFOLDER_ACTIVATE);
   EXPECT_FALSE(folder->GetRecursive());
   EXPECT_EQ(folder->GetTimeMilliseconds(), 700);
-  vantu_ConfigHotFolder(handle, 700, VANTU_HOTFOLDER_GROUP_FOLDERS);
+  EXPECT_FALSE(folder->GetFollowLinks());
+  vantu_ConfigHotFolder(handle, 700, VANTU_HOTFOLDER_GROUP_FOLDERS | VANTU_HOTFOLDER_FOLLOW_LINKS);
   EXPECT_TRUE(folder->GetGroupFolders());
+  EXPECT_TRUE(folder->GetFollowLinks());
+  folder->SetDotRuleBelowFolderOnly(true);
+  const VHotfolder copy(*folder);  // the settings, CopyFrom
+  EXPECT_TRUE(copy.GetFollowLinks() && copy.GetDotRuleBelowFolderOnly() && copy.GetGroupFolders());
 
   dir.Write("f", "x");
   folder->CheckFolderChanges();

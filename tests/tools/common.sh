@@ -2,7 +2,7 @@
 # folder that becomes the current one and is removed at exit with every process whose pid is in
 # one of its *.pid files, fail, and await.
 tool="$1"
-work=$(mktemp -d)
+work=$(cd "$(mktemp -d)" && pwd -P)
 cleanup() {
   for p in $(cat "$work"/*.pid 2>/dev/null); do kill -KILL "$p" 2>/dev/null || true; done
   rm -rf "$work"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# The hot-folder tool end to end: deliveries, commands and deletes, what it skips, refused
-# options, exit statuses, odd names in JSON and NUL output, the commands' signal state, and
-# stopping on signals.
+# The hot-folder tool end to end: deliveries, commands and deletes, what it skips (links that
+# lead out among them), refused options, exit statuses, odd names in JSON and NUL output, the
+# commands' signal state, and stopping on signals.
 set -eu
 name="hotfolder tool"
 . "$(dirname "$0")/common.sh"
@@ -29,6 +29,33 @@ printf "%s\n" "$out" | grep -q '"path": ".*/inbox/ready.txt".*"status": 0, "dele
   fail "ready.txt not handled"
 if printf "%s\n" "$out" | grep -q 'hidden\|old.gz'; then fail "skipped names delivered: $out"; fi
 test ! -e inbox/ready.txt && test -e inbox/empty.txt && test -e inbox/.hidden && test -e inbox/old.gz
+
+# Links that lead out of the folder are skipped (--verbose says so), neither run nor deleted; with
+# --follow-links the link itself is deleted or claimed, never its target, and a file reached
+# through a linked folder is not deleted. A watched folder below a dot-directory works.
+mkdir -p .d/links out/sub
+printf s >out/secret
+printf s >out/sub/f
+printf x >.d/links/plain
+ln -s ../../out/secret .d/links/flink
+ln -s ../../out/sub .d/links/dlink
+out=$("$tool" --once --recursive --verbose --exec true --delete .d/links 2>&1)
+[ "$(printf '%s\n' "$out" | grep -c ': skipped, a link that leads out')" -eq 2 ] &&
+  [ "$(printf '%s\n' "$out" | grep -c exit)" -eq 1 ] &&
+  printf '%s\n' "$out" | grep -q 'links/plain	exit 0	deleted' || fail "links out: $out"
+out=$("$tool" --once --recursive --follow-links --exec true --delete .d/links) || true
+test ! -L .d/links/flink && test -e out/secret && test -e out/sub/f || fail "--follow-links: $out"
+ln -s ../../out/secret .d/links/flink
+"$tool" --once --follow-links --claim .d/links/.c .d/links >/dev/null
+test -L .d/links/.c/done/flink && test -e out/secret || fail "--follow-links --claim"
+
+# A watched path through a link: each file once, under the resolved path.
+mkdir real
+ln -s real alias
+printf x >real/f
+ln -s f real/l
+out=$("$tool" --once --exec true --delete alias) || true
+[ "$out" = "$work/real/f	exit 0	deleted" ] || fail "through a link: $out"
 
 # The README's example: the .gz files that gzip leaves in the folder are not compressed again.
 mkdir gz
@@ -77,6 +104,15 @@ done
 "$tool" --once --null odd >got
 printf "$work/odd/%s\0" "$latin" "$utf8" "$control" | LC_ALL=C sort -z >want
 LC_ALL=C sort -z got | cmp -s - want || fail "--null output differs"
+"$tool" --once --null --exec true --delete odd >got
+[ "$(tr '\0' '\n' <got | grep -cx deleted)" -eq 3 ] || fail "--null results not NUL-separated"
+
+# An unreadable watched folder is refused (as an unprivileged user: root reads it).
+mkdir locked && chmod 0 locked && chmod 711 "$work"
+rc=0
+"$(dirname "$0")/../support/as-non-root.sh" "$tool" --once locked 2>err || rc=$?
+chmod 700 locked
+[ $rc -eq 77 ] || { [ $rc -eq 2 ] && grep -q 'Permission denied' err; } || fail "unreadable: $rc"
 
 # Commands start with no signal blocked and SIGINT, SIGTERM, SIGPIPE at their default action,
 # even when the tool's own caller ignores SIGINT and SIGPIPE.
@@ -125,8 +161,9 @@ for mode in gentle stubborn; do
 done
 grep -q 'slow/.	exit 3' gentle.out || fail "the stopped command not reported"
 
-# A watching tool stops on SIGTERM and writes its log.
-"$tool" --period 100 --log "$work/log" inbox >delivered 2>/dev/null &
+# A watching tool stops on SIGTERM and writes its log: by default deliveries and results, no trace.
+rm log/vantu-hotfolder.log
+"$tool" --period 100 --exec true --log "$work/log" inbox >delivered 2>/dev/null &
 pid=$!
 echo $pid >tool.pid
 printf 'late' >inbox/late.txt
@@ -134,5 +171,7 @@ await 10 grep -q late.txt delivered || fail "late.txt not delivered"
 kill -TERM $pid
 reap
 [ $rc -eq 143 ] || fail "watching: status $rc"
-grep -q 'Adding .*/inbox/late.txt to the list' log/vantu-hotfolder.log || fail "no trace"
+grep -q "Delivered $work/inbox/late.txt" log/vantu-hotfolder.log &&
+  grep -q "command for $work/inbox/late.txt succeeded" log/vantu-hotfolder.log || fail "no log"
+if grep -q 'Checking file' log/vantu-hotfolder.log; then fail "trace logged by default"; fi
 echo "hotfolder tool: ok"
