@@ -37,9 +37,9 @@ fault remove-follows-links Common/platform/Platform_POSIX.cpp vantu_files_tests 
   's/O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_DIRECTORY | O_CLOEXEC/'
 fault path-normalised Common/internal/PathText.cpp vantu_files_tests \
   's/VStringAccess::SetBytes\(path, bytes, encoding\);/path.SetRaw(bytes.data(), bytes.size(), encoding);/'
-fault log-batch-limit Common/internal/AsyncLogChannel.cpp vantu_log_tests \
+fault log-batch-limit Common/log/internal/AsyncLogChannel.cpp vantu_log_tests \
   's/limit_ - size : 0/UINT64_MAX - size : 0/'
-fault log-weekday Common/internal/LogLineFormatter.cpp vantu_log_tests \
+fault log-weekday Common/log/internal/LogLineFormatter.cpp vantu_log_tests \
   's/\(\(days % 7\) \+ 11\) % 7/((days % 7) + 12) % 7/'
 fault size-stability Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/size2 > pending.size1 \|\| size2 == 0/size2 == 0/'
@@ -77,17 +77,17 @@ fault reads-special-files Common/platform/Platform_POSIX.cpp vantu_xml_tests \
   's/if \(!S_ISREG\(info.st_mode\)\) throw std::system_error/if (false) throw std::system_error/'
 fault zip-crc-unchecked Common/zip/VUnzipFile.cpp vantu_zip_tests \
   's/if \(crc != record.crc\) throw/if (crc != record.crc \&\& false) throw/'
-fault zip-parent-name Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-parent-name Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(part == "\.\."\) return refuse\("parent folder"\);//'
-fault zip-absolute-name Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-absolute-name Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(!name.empty\(\) && name\[0\] == .\/.\) return refuse\("absolute"\);//'
-fault zip-link-climbs-late Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-link-climbs-late Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(part == "\.\." && descended\) return false;//'
 fault zip-folder-follows-links Common/platform/Platform_POSIX.cpp vantu_zip_tests \
   's/O_RDONLY \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC\);/O_RDONLY | O_DIRECTORY | O_CLOEXEC);/'
-fault zip-dot-entry Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-dot-entry Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(name.empty\(\)\) return refuse\("empty"\);/if (components.empty()) return refuse("empty");/'
-fault zip64-offset Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip64-offset Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(offset32 == 0xFFFFFFFF\) next\(record.localOffset\);/if (offset32 == 0xFFFFFFFF) (void)0;/'
 fault zip64-end-records Common/zip/VZipFile.cpp vantu_zip_tests \
   's/AddZip64EndRecords\(temp_\);//'
@@ -99,19 +99,19 @@ fault zip-folder-mode Common/zip/VUnzipFile.cpp vantu_zip_tests \
   's/record.modifiedSeconds, record.UnixMode\(\)\);\n      \} catch \(\.\.\.\)/record.modifiedSeconds, 0);\n      } catch (...)/'
 fault zip-unwind-commits Common/zip/VZipFile.cpp vantu_zip_tests \
   's/if \(std::uncaught_exceptions\(\) > uncaughtAtOpen_\) broken_ = true;//'
-fault zip-pre-1970 Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-pre-1970 Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/epochSeconds, INT32_MIN, 0xFFFFFFFFLL/epochSeconds, 0, 0xFFFFFFFFLL/'
 fault zip-zstd-incompressible Common/zip/VZipFile.cpp vantu_zip_tests \
   's/if \(packed.data.size\(\) >= size\) packed.method/if (method_ == kZipDeflate \&\& packed.data.size() >= size) packed.method/'
 fault zip-zone-per-entry Common/platform/Platform_POSIX.cpp vantu_zip_tests \
   's/std::call_once\(once, \[\] \{ ::tzset\(\); \}\);/::tzset();/'
-fault zip-shared-bytes Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-shared-bytes Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/(\s+)Corrupt\("entry \\"" \+ record\.name/$1if (false) Corrupt("entry \\"" + record.name/'
 fault zip-declared-limit Common/zip/VUnzipFile.cpp vantu_zip_tests \
   's/declared > maxBytes_\)/declared > maxBytes_ \&\& false)/'
-fault zip-dos-seconds Common/internal/ZipFormat.cpp vantu_zip_tests \
+fault zip-dos-seconds Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/\(dosTime & 0x1F\) \* 2/(dosTime \& 0x1F) * 1/'
-fault zip-lzma-properties Common/internal/ZipCodec.cpp vantu_zip_tests \
+fault zip-lzma-properties Common/zip/internal/ZipCodec.cpp vantu_zip_tests \
   's/std::memcpy\(alone, header_ \+ 4, 5\);/std::memcpy(alone, header_ + 3, 5);/'
 fault zip-zstd-unmarked Common/zip/VZipFile.cpp vantu_zip_tests \
   's/PatchEntryMethods\(temp_, zstdNames_, kZipZstd\);//'
@@ -149,7 +149,7 @@ fault log-nul-level Common/log/VLog.cpp vantu_log_tests \
   's/if \(levelName.find\(.\\0.\) != std::string::npos\) return;//'
 fault log-purge-units Common/log/VLog.cpp vantu_log_tests \
   's/"minutes", "minutes", "hours"/"minutes", "minutes", "days"/'
-fault log-close-drops Common/internal/AsyncLogChannel.cpp vantu_log_tests \
+fault log-close-drops Common/log/internal/AsyncLogChannel.cpp vantu_log_tests \
   's/if \(queue_.empty\(\)\) return;/if (stopping_) return;/'
 fault log-cut-marker Common/log/VLogMessage.cpp vantu_log_tests \
   's/out << buffer << sizeof\(buffer\);/out << buffer;/'
@@ -201,7 +201,7 @@ fault sync-start-unheld Common/sync/VThread.cpp vantu_sync_tests \
   's/std::shared_ptr<Poco::Thread> thread = thread_;/std::shared_ptr<Poco::Thread>\& thread = thread_;/; s/std::shared_ptr<VWorker> held = worker_;/std::shared_ptr<VWorker>\& held = worker_;/'
 fault random-fork-continues Common/core/VRandom.cpp vantu_zip_tests \
   's/if \(forkGeneration_ != kCallerSeeded && /if (false \&\& /'
-fault net-no-fallback Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+fault net-no-fallback Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/      Release\(\);  \/\/ the held bytes are lost\n      if \(!Allocate\(FirstCapacity\(n\)\)\) return false;/      return false;/'
 fault claim-overwrites tools/vantu-hotfolder.cpp vantu-hotfolder \
   's/renameat2\(fromDir, from, toDir, to, RENAME_NOREPLACE\)/renameat2(fromDir, from, toDir, to, 0)/'
@@ -243,13 +243,13 @@ fault net-no-follow Common/net/VURL.cpp vantu_net_tests \
   's/CURLOPT_FOLLOWLOCATION, 1L/CURLOPT_FOLLOWLOCATION, 0L/'
 fault net-error-body Common/net/VURL.cpp vantu_net_tests \
   's/\(flags & kKeepErrorBody\) == 0\)/true)/'
-fault net-heap-to-range Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+fault net-heap-to-range Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/std::memcpy\(data_, heap, held\);/std::memcpy(data_, heap, held \/ 2);/'
-fault net-range-commit Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+fault net-range-commit Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/if \(need > have && /if (need > have + kRangeAlignment && /'
-fault net-copy-bytes Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+fault net-copy-bytes Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/std::memcpy\(data_, other.data_, other.length_\);/std::memcpy(data_, other.data_, other.length_ \/ 2);/'
-fault net-growth-step Common/internal/ReceiveBuffer.cpp vantu_net_tests \
+fault net-growth-step Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/\(\(capacity_ \+ n\) \/ kStep \+ 1\)/((capacity_ + n) \/ kStep + 2)/'
 fault net-cancel-stores Common/net/VURL.cpp vantu_net_tests \
   's/return 0x10000000;/return n;/'
@@ -263,7 +263,7 @@ fault net-bundle-ignored Common/net/VURL.cpp vantu_net_tests \
   's/state.verifyPeer && state.caBundle.Length\(\) != 0/false/'
 fault net-stale-status Common/net/VURL.cpp vantu_net_tests \
   's/url.state_->responseCode = 0;//'
-fault net-global-leak Common/internal/CurlGlobal.cpp vantu_net_tests \
+fault net-global-leak Common/net/internal/CurlGlobal.cpp vantu_net_tests \
   's/if \(ready_\) CurlEntries\(\).globalCleanup\(\);/(void)ready_;/'
 fault net-easy-leak Common/net/VURL.cpp vantu_net_tests \
   's/if \(easy != nullptr\) CurlEntries\(\).easyCleanup\(easy\);//'

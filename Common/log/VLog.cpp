@@ -15,9 +15,9 @@
 
 #include <vantu/VFile.h>
 
-#include "internal/AsyncLogChannel.h"
-#include "internal/LogLineFormatter.h"
 #include "internal/PathText.h"
+#include "log/internal/AsyncLogChannel.h"
+#include "log/internal/LogLineFormatter.h"
 #include "platform/Platform.h"
 
 namespace {

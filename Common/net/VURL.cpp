@@ -8,9 +8,9 @@
 #include <cstring>
 #include <utility>
 
-#include "internal/CurlGlobal.h"
 #include "internal/PathText.h"
-#include "internal/ReceiveBuffer.h"
+#include "net/internal/CurlGlobal.h"
+#include "net/internal/ReceiveBuffer.h"
 #include "platform/Platform.h"
 
 using vantu::internal::CurlEntries;

@@ -6,7 +6,7 @@
 #include <ostream>
 #include <sstream>
 
-#include "internal/StringAppender.h"
+#include "xml/internal/StringAppender.h"
 
 namespace {
 

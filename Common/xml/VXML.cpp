@@ -16,9 +16,9 @@
 #include <vantu/VException.h>
 #include <vantu/VPath.h>
 
-#include "internal/StringAppender.h"
 #include "platform/Descriptor.h"
 #include "platform/Platform.h"
+#include "xml/internal/StringAppender.h"
 
 namespace {
 

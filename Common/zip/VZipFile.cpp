@@ -18,11 +18,11 @@
 
 #include "internal/PathText.h"
 #include "internal/TextConversion.h"
-#include "internal/ZipCodec.h"
-#include "internal/ZipErrors.h"
-#include "internal/ZipFormat.h"
 #include "platform/Descriptor.h"
 #include "platform/Platform.h"
+#include "zip/internal/ZipCodec.h"
+#include "zip/internal/ZipErrors.h"
+#include "zip/internal/ZipFormat.h"
 
 namespace platform = vantu::platform;
 using namespace vantu::internal;

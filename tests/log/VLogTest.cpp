@@ -18,7 +18,7 @@
 #include <vantu/VLogMessage.h>
 #include <vantu/vantu.h>
 
-#include "internal/LogLineFormatter.h"
+#include "log/internal/LogLineFormatter.h"
 #include "support/LogFiles.h"
 #include "support/TempDir.h"
 

@@ -23,8 +23,8 @@
 
 #include <vantu/VURL.h>
 
-#include "internal/CurlGlobal.h"
-#include "internal/ReceiveBuffer.h"
+#include "net/internal/CurlGlobal.h"
+#include "net/internal/ReceiveBuffer.h"
 #include "support/HttpTestServer.h"
 #include "support/TempDir.h"
 #include "support/VTable.h"

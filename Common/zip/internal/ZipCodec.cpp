@@ -1,4 +1,4 @@
-#include "internal/ZipCodec.h"
+#include "zip/internal/ZipCodec.h"
 
 #include <vantu/VException.h>
 

@@ -1,7 +1,7 @@
 // Turns the platform layer's std::system_error into the library's file exceptions, for the zip
 // classes.
-#ifndef VANTU_INTERNAL_ZIPERRORS_H
-#define VANTU_INTERNAL_ZIPERRORS_H
+#ifndef VANTU_ZIP_INTERNAL_ZIPERRORS_H
+#define VANTU_ZIP_INTERNAL_ZIPERRORS_H
 
 #include <string>
 #include <system_error>
@@ -15,4 +15,4 @@ namespace vantu::internal {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_ZIPERRORS_H
+#endif  // VANTU_ZIP_INTERNAL_ZIPERRORS_H

@@ -1,7 +1,7 @@
 // The zip file format as libvantu reads it: the central directory, local headers, entry names,
 // times and the checks that keep extraction inside its target folder.
-#ifndef VANTU_INTERNAL_ZIPFORMAT_H
-#define VANTU_INTERNAL_ZIPFORMAT_H
+#ifndef VANTU_ZIP_INTERNAL_ZIPFORMAT_H
+#define VANTU_ZIP_INTERNAL_ZIPFORMAT_H
 
 #include <cstddef>
 #include <cstdint>
@@ -103,4 +103,4 @@ void PatchEntryMethods(const std::string& path, const std::vector<std::string>& 
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_ZIPFORMAT_H
+#endif  // VANTU_ZIP_INTERNAL_ZIPFORMAT_H

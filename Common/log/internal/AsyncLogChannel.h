@@ -1,6 +1,6 @@
 // The log's asynchronous writer: a bounded queue in front of the channel that writes the file.
-#ifndef VANTU_INTERNAL_ASYNCLOGCHANNEL_H
-#define VANTU_INTERNAL_ASYNCLOGCHANNEL_H
+#ifndef VANTU_LOG_INTERNAL_ASYNCLOGCHANNEL_H
+#define VANTU_LOG_INTERNAL_ASYNCLOGCHANNEL_H
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Channel.h>
@@ -67,4 +67,4 @@ class AsyncLogChannel : public Poco::Channel {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_ASYNCLOGCHANNEL_H
+#endif  // VANTU_LOG_INTERNAL_ASYNCLOGCHANNEL_H

@@ -1,6 +1,6 @@
 // libcurl's global state, shared by every transfer of the process.
-#ifndef VANTU_INTERNAL_CURLGLOBAL_H
-#define VANTU_INTERNAL_CURLGLOBAL_H
+#ifndef VANTU_NET_INTERNAL_CURLGLOBAL_H
+#define VANTU_NET_INTERNAL_CURLGLOBAL_H
 
 #include <curl/curl.h>
 
@@ -36,4 +36,4 @@ class CurlGlobalScope {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_CURLGLOBAL_H
+#endif  // VANTU_NET_INTERNAL_CURLGLOBAL_H

@@ -1,4 +1,4 @@
-#include "internal/ZipFormat.h"
+#include "zip/internal/ZipFormat.h"
 
 #include <vantu/VException.h>
 

@@ -1,4 +1,4 @@
-#include "internal/CurlGlobal.h"
+#include "net/internal/CurlGlobal.h"
 
 namespace vantu::internal {
 namespace {

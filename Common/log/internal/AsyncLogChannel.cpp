@@ -1,4 +1,4 @@
-#include "internal/AsyncLogChannel.h"
+#include "log/internal/AsyncLogChannel.h"
 
 #include <chrono>
 #include <utility>

@@ -1,8 +1,8 @@
 // The log's line formatter: the bytes of Poco::PatternFormatter with the pattern
 // "%Y/%n/%e - [%w] - %H:%M:%S - %t" (times in UTC), or of the bare "%t", made without its
 // per-message date arithmetic and allocations.
-#ifndef VANTU_INTERNAL_LOGLINEFORMATTER_H
-#define VANTU_INTERNAL_LOGLINEFORMATTER_H
+#ifndef VANTU_LOG_INTERNAL_LOGLINEFORMATTER_H
+#define VANTU_LOG_INTERNAL_LOGLINEFORMATTER_H
 
 #include <Poco/Formatter.h>
 #include <Poco/Message.h>
@@ -36,4 +36,4 @@ class LogLineFormatter : public Poco::Formatter {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_LOGLINEFORMATTER_H
+#endif  // VANTU_LOG_INTERNAL_LOGLINEFORMATTER_H

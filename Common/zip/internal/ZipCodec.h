@@ -1,7 +1,7 @@
 // Compression and decompression of zip entry data, one class per direction over zlib, libbz2,
 // liblzma and libzstd, and the CRC-32 the format checks.
-#ifndef VANTU_INTERNAL_ZIPCODEC_H
-#define VANTU_INTERNAL_ZIPCODEC_H
+#ifndef VANTU_ZIP_INTERNAL_ZIPCODEC_H
+#define VANTU_ZIP_INTERNAL_ZIPCODEC_H
 
 #include <cstddef>
 #include <cstdint>
@@ -39,4 +39,4 @@ class ZipEncoder {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_ZIPCODEC_H
+#endif  // VANTU_ZIP_INTERNAL_ZIPCODEC_H

@@ -1,6 +1,6 @@
 // A stream buffer that appends what is written to a string.
-#ifndef VANTU_INTERNAL_STRINGAPPENDER_H
-#define VANTU_INTERNAL_STRINGAPPENDER_H
+#ifndef VANTU_XML_INTERNAL_STRINGAPPENDER_H
+#define VANTU_XML_INTERNAL_STRINGAPPENDER_H
 
 #include <streambuf>
 #include <string>
@@ -32,4 +32,4 @@ class StringAppender : public std::streambuf {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_STRINGAPPENDER_H
+#endif  // VANTU_XML_INTERNAL_STRINGAPPENDER_H

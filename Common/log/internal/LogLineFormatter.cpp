@@ -1,4 +1,4 @@
-#include "internal/LogLineFormatter.h"
+#include "log/internal/LogLineFormatter.h"
 
 #include <Poco/DateTime.h>
 

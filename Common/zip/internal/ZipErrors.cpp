@@ -1,4 +1,4 @@
-#include "internal/ZipErrors.h"
+#include "zip/internal/ZipErrors.h"
 
 #include <vantu/VException.h>
 

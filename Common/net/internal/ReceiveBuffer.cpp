@@ -1,4 +1,4 @@
-#include "internal/ReceiveBuffer.h"
+#include "net/internal/ReceiveBuffer.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
 // The bytes a memory transfer receives, and the rule by which their storage grows.
-#ifndef VANTU_INTERNAL_RECEIVEBUFFER_H
-#define VANTU_INTERNAL_RECEIVEBUFFER_H
+#ifndef VANTU_NET_INTERNAL_RECEIVEBUFFER_H
+#define VANTU_NET_INTERNAL_RECEIVEBUFFER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -61,4 +61,4 @@ class ReceiveBuffer {
 
 }  // namespace vantu::internal
 
-#endif  // VANTU_INTERNAL_RECEIVEBUFFER_H
+#endif  // VANTU_NET_INTERNAL_RECEIVEBUFFER_H
