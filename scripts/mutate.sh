@@ -237,6 +237,12 @@ fault tool-watched-unresolved tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/std::filesystem::canonical\(options.directory, error\)/std::filesystem::absolute(options.directory, error)/'
 fault tool-unreadable-watched tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
+fault claim-lock-shared tools/hotfolder/Claim.cpp vantu_hotfolder_tool_tests \
+  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/::flock(fd, LOCK_SH | LOCK_NB) != 0/'
+fault claim-link-followed tools/hotfolder/Folder.cpp vantu_hotfolder_tool_tests \
+  's/O_PATH \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_PATH | O_DIRECTORY | O_CLOEXEC/'
+fault claim-dot-rule-off tools/hotfolder/Claim.cpp vantu_hotfolder_tool_tests \
+  's/if \(path.find\("\/\.", watched.size\(\)\) != std::string::npos\) return false;/return false;/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \
   's/CURLOPT_MAXREDIRS, 50L/CURLOPT_MAXREDIRS, 51L/'
 fault net-no-follow Common/net/VURL.cpp vantu_net_tests \
