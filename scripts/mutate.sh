@@ -203,40 +203,46 @@ fault random-fork-continues Common/core/VRandom.cpp vantu_zip_tests \
   's/if \(forkGeneration_ != kCallerSeeded && /if (false \&\& /'
 fault net-no-fallback Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
   's/      Release\(\);  \/\/ the held bytes are lost\n      if \(!Allocate\(FirstCapacity\(n\)\)\) return false;/      return false;/'
-fault claim-overwrites tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-overwrites tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/renameat2\(fromDir, from, toDir, to, RENAME_NOREPLACE\)/renameat2(fromDir, from, toDir, to, 0)/'
-fault claim-gone-is-error tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-gone-is-error tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/gone = error == ENOENT &&/gone = error == -1 \&\&/'
-fault claim-leftovers-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-leftovers-ignored tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/std::sort\(left.begin\(\), left.end\(\)\);/left.clear();/'
-fault claim-not-locked tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-not-locked tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/::flock(fd, LOCK_UN) != 0/'
-fault claim-lock-no-wait tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-lock-no-wait tools/hotfolder/Claim.h vantu-hotfolder \
   's/std::chrono::seconds\(10\)/std::chrono::seconds(0)/'
-fault claim-takes-any-folder tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-takes-any-folder tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/if \(!made && ::faccessat/if (!made \&\& false \&\& ::faccessat/'
-fault claim-made-before-checks tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-made-before-checks tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/  if \(elsewhere\(planned\)\) return false;/  std::filesystem::create_directories(options.claim, error);\n$&/'
-fault claim-name-too-long tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-name-too-long tools/hotfolder/Claim.cpp vantu-hotfolder \
   's/size_t keep = std::min\(dot, NAME_MAX - tail.size\(\)\);/size_t keep = dot;/'
-fault claim-not-reopened tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault claim-not-reopened tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/const bool watched = !SameFolder/const bool watched = false \&\& !SameFolder/'
-fault tool-log-trace-default tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-log-trace-default tools/hotfolder/Log.cpp vantu-hotfolder \
   's/: options.verbose\s+\? kInformation\s+: kNotice/: kInformation/'
-fault tool-null-tab tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-null-tab tools/hotfolder/Output.cpp vantu-hotfolder \
   's/record \+= separator \+ std::string\("deleted"\)/record += "\\tdeleted"/'
-fault tool-delete-through-links tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-delete-through-links tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/O_PATH \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_PATH | O_DIRECTORY | O_CLOEXEC/'
-fault tool-follow-links-ignored tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-follow-links-ignored tools/hotfolder/main.cpp vantu-hotfolder \
   's/folder.SetFollowLinks\(options.followLinks\);//'
-fault tool-skipped-link-silent tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-skipped-link-silent tools/hotfolder/Log.cpp vantu-hotfolder \
   's/VHotfolder Line: 236/VHotfolder Line: 936/'
-fault tool-dot-rule-above tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-dot-rule-above tools/hotfolder/main.cpp vantu-hotfolder \
   's/folder.SetDotRuleBelowFolderOnly\(true\);//'
-fault tool-watched-unresolved tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-watched-unresolved tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/std::filesystem::canonical\(options.directory, error\)/std::filesystem::absolute(options.directory, error)/'
-fault tool-unreadable-watched tools/vantu-hotfolder.cpp vantu-hotfolder \
+fault tool-unreadable-watched tools/hotfolder/Folder.cpp vantu-hotfolder \
   's/::open\(path.c_str\(\), O_RDONLY \| O_DIRECTORY \| O_CLOEXEC\);\n  if \(fd < 0\) return Fail\("cannot read/::open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);\n  if (fd < 0) return Fail("cannot read/'
+fault claim-lock-shared tools/hotfolder/Claim.cpp vantu_hotfolder_tool_tests \
+  's/::flock\(fd, LOCK_EX \| LOCK_NB\) != 0/::flock(fd, LOCK_SH | LOCK_NB) != 0/'
+fault claim-link-followed tools/hotfolder/Folder.cpp vantu_hotfolder_tool_tests \
+  's/O_PATH \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_PATH | O_DIRECTORY | O_CLOEXEC/'
+fault claim-dot-rule-off tools/hotfolder/Claim.cpp vantu_hotfolder_tool_tests \
+  's/if \(path.find\("\/\.", watched.size\(\)\) != std::string::npos\) return false;/return false;/'
 fault net-max-redirects Common/net/VURL.cpp vantu_net_tests \
   's/CURLOPT_MAXREDIRS, 50L/CURLOPT_MAXREDIRS, 51L/'
 fault net-no-follow Common/net/VURL.cpp vantu_net_tests \
