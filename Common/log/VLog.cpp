@@ -18,7 +18,7 @@
 #include "internal/AsyncLogChannel.h"
 #include "internal/LogLineFormatter.h"
 #include "internal/PathText.h"
-#include "platform/Platform.h"
+#include "platform/Process.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "internal/CurlGlobal.h"
 #include "internal/PathText.h"
 #include "internal/ReceiveBuffer.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
 
 using vantu::internal::CurlEntries;
 

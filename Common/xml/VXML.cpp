@@ -17,8 +17,10 @@
 #include <vantu/VPath.h>
 
 #include "internal/StringAppender.h"
+#include "platform/AtomicSave.h"
 #include "platform/Descriptor.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
+#include "platform/Files.h"
 
 namespace {
 

@@ -22,7 +22,8 @@
 #include "internal/ZipErrors.h"
 #include "internal/ZipFormat.h"
 #include "platform/Descriptor.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
+#include "platform/Files.h"
 
 namespace platform = vantu::platform;
 using namespace vantu::internal;
