@@ -199,6 +199,8 @@ fault sync-name-marker Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tes
 # ThreadSanitizer run of NamedObjectThreadsTest reports it ("unlock of an unlocked mutex").
 fault sync-start-unheld Common/sync/VThread.cpp vantu_sync_tests \
   's/std::shared_ptr<Poco::Thread> thread = thread_;/std::shared_ptr<Poco::Thread>\& thread = thread_;/; s/std::shared_ptr<VWorker> held = worker_;/std::shared_ptr<VWorker>\& held = worker_;/'
+fault public-header-poco include/vantu/VWorker.h vantu_public_headers \
+  's/#include <vantu\/Export.h>/#include <Poco\/Runnable.h>\n\n#include <vantu\/Export.h>/'
 fault random-fork-continues Common/core/VRandom.cpp vantu_zip_tests \
   's/if \(forkGeneration_ != kCallerSeeded && /if (false \&\& /'
 fault net-no-fallback Common/internal/ReceiveBuffer.cpp vantu_net_tests \
