@@ -1,3 +1,5 @@
+#include "platform/NamedObjects.h"
+
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -8,7 +10,6 @@
 #include <cstdint>
 
 #include "platform/NamedObject_POSIX.h"
-#include "platform/NamedObjects.h"
 
 namespace vantu::platform {
 namespace {

@@ -1,3 +1,5 @@
+#include "platform/NamedObjects.h"
+
 #include <pthread.h>
 #include <unistd.h>
 
@@ -5,7 +7,6 @@
 #include <string>
 
 #include "platform/NamedObject_POSIX.h"
-#include "platform/NamedObjects.h"
 
 namespace vantu::platform {
 

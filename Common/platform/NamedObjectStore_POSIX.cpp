@@ -1,5 +1,7 @@
 // The opening of named objects by name, their lifetime across processes and forks, and their
 // names.
+#include "platform/NamedObjects.h"
+
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -23,7 +25,6 @@
 #include "platform/AddressRange.h"
 #include "platform/Descriptor.h"
 #include "platform/NamedObject_POSIX.h"
-#include "platform/NamedObjects.h"
 
 namespace vantu::platform {
 namespace named {

@@ -1,10 +1,11 @@
+#include "platform/NamedObjects.h"
+
 #include <cerrno>
 #include <cstddef>
 #include <string>
 
 #include "platform/AddressRange.h"
 #include "platform/NamedObject_POSIX.h"
-#include "platform/NamedObjects.h"
 
 namespace vantu::platform {
 
