@@ -33,7 +33,7 @@ fault counted-bytes Common/core/VString.cpp vantu_core_tests \
   's/size_t count\) \{ SetBytes\(text, count, SystemCodePage\); \}/size_t count) { (void)count; Set(text); }/'
 fault leap-year Common/time/VDateTime.cpp vantu_time_tests \
   's/\(year % 100 != 0 \|\| year % 400 == 0\)/(year % 100 != 0)/'
-fault remove-follows-links Common/platform/Platform_POSIX.cpp vantu_files_tests \
+fault remove-follows-links Common/platform/FilesBelow_POSIX.cpp vantu_files_tests \
   's/O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC/O_DIRECTORY | O_CLOEXEC/'
 fault path-normalised Common/internal/PathText.cpp vantu_files_tests \
   's/VStringAccess::SetBytes\(path, bytes, encoding\);/path.SetRaw(bytes.data(), bytes.size(), encoding);/'
@@ -63,17 +63,17 @@ fault hotfolder-link-escapes Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tes
   's/return Inside\(target\) \? LinkUse::kTarget/return (Inside(target) || true) ? LinkUse::kTarget/'
 fault hotfolder-follow-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/followLinks \? LinkUse::kName : LinkUse::kSkip/LinkUse::kSkip/'
-fault hotfolder-remove-follows Common/platform/Platform_POSIX.cpp vantu_hotfolder_tests \
-  's/const int next = ::openat\(current, name.c_str\(\), kDirectoryFlags\);/const int next = ::openat(current, name.c_str(), O_RDONLY | O_DIRECTORY);/'
+fault hotfolder-remove-follows Common/platform/FilesBelow_POSIX.cpp vantu_hotfolder_tests \
+  's/next = ::openat\(fd, name.c_str\(\), kDirectoryFlags\);/next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);/'
 fault hotfolder-rearm-no-scan Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(watching_\) RequestScan\(\);//'
 fault hotfolder-too-long-silent Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(error == ENAMETOOLONG\) TooLong\(path\);//'
 fault hotfolder-dot-above Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
   's/if \(!dotBelowOnly\) return UnderDotDirectory\(path\);/return UnderDotDirectory(path);/'
-fault open-blocks-on-fifo Common/platform/Platform_POSIX.cpp vantu_zip_tests \
+fault open-blocks-on-fifo Common/platform/FileIO_POSIX.cpp vantu_zip_tests \
   's/O_RDONLY \| O_NONBLOCK \| O_CLOEXEC\);/O_RDONLY | O_CLOEXEC);/'
-fault reads-special-files Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+fault reads-special-files Common/platform/FileIO_POSIX.cpp vantu_xml_tests \
   's/if \(!S_ISREG\(info.st_mode\)\) throw std::system_error/if (false) throw std::system_error/'
 fault zip-crc-unchecked Common/zip/VUnzipFile.cpp vantu_zip_tests \
   's/if \(crc != record.crc\) throw/if (crc != record.crc \&\& false) throw/'
@@ -83,8 +83,8 @@ fault zip-absolute-name Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(!name.empty\(\) && name\[0\] == .\/.\) return refuse\("absolute"\);//'
 fault zip-link-climbs-late Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(part == "\.\." && descended\) return false;//'
-fault zip-folder-follows-links Common/platform/Platform_POSIX.cpp vantu_zip_tests \
-  's/O_RDONLY \| O_DIRECTORY \| O_NOFOLLOW \| O_CLOEXEC\);/O_RDONLY | O_DIRECTORY | O_CLOEXEC);/'
+fault zip-folder-follows-links Common/platform/FilesBelow_POSIX.cpp vantu_zip_tests \
+  's/next = ::openat\(fd, name.c_str\(\), kDirectoryFlags\);/next = ::openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY);/'
 fault zip-dot-entry Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/if \(name.empty\(\)\) return refuse\("empty"\);/if (components.empty()) return refuse("empty");/'
 fault zip64-offset Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
@@ -103,7 +103,7 @@ fault zip-pre-1970 Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/epochSeconds, INT32_MIN, 0xFFFFFFFFLL/epochSeconds, 0, 0xFFFFFFFFLL/'
 fault zip-zstd-incompressible Common/zip/VZipFile.cpp vantu_zip_tests \
   's/if \(packed.data.size\(\) >= size\) packed.method/if (method_ == kZipDeflate \&\& packed.data.size() >= size) packed.method/'
-fault zip-zone-per-entry Common/platform/Platform_POSIX.cpp vantu_zip_tests \
+fault zip-zone-per-entry Common/platform/Time_POSIX.cpp vantu_zip_tests \
   's/std::call_once\(once, \[\] \{ ::tzset\(\); \}\);/::tzset();/'
 fault zip-shared-bytes Common/zip/internal/ZipFormat.cpp vantu_zip_tests \
   's/(\s+)Corrupt\("entry \\"" \+ record\.name/$1if (false) Corrupt("entry \\"" + record.name/'
@@ -125,13 +125,13 @@ fault uuid-fork-pool Common/core/VUUID.cpp vantu_zip_tests \
   's/generation != generation_ \|\| //'
 fault uuid-v7-counter Common/core/VUUID.cpp vantu_zip_tests \
   's/counter = state.counter \+ 1;/counter = state.counter;/'
-fault lease-ignored-fd Common/platform/Platform_POSIX.cpp vantu_files_tests \
+fault lease-ignored-fd Common/platform/FileAvailability_POSIX.cpp vantu_files_tests \
   's/if \(lease == 0\) return -1;//'
 fault walk-revisits-set Common/internal/DirectoryWalk.cpp vantu_files_tests \
   's/visitor_.Enter\(path_\) && Enter\(\)/visitor_.Enter(path_) \&\& (Enter(), true)/'
 fault walk-depth Common/internal/DirectoryWalk.cpp vantu_files_tests \
   's/result = Directory\(true, depth - 1\);/result = Directory(true, depth);/'
-fault special-files-available Common/platform/Platform_POSIX.cpp vantu_files_tests \
+fault special-files-available Common/platform/FileAvailability_POSIX.cpp vantu_files_tests \
   's/\|\| !S_ISREG\(info.st_mode\)\) return -1;/|| S_ISDIR(info.st_mode)) return -1;/'
 fault fileinfo-reopens Common/flat/FlatFiles.cpp vantu_files_tests \
   's/vantu::platform::OpenAvailableForReading\((vantu::internal::PathBytes\(file.GetPath\(\)\))\);/file.IsAvailable(false, false) ? std::fopen($1.c_str(), "rb") : nullptr;/'
@@ -155,22 +155,22 @@ fault log-cut-marker Common/log/VLogMessage.cpp vantu_log_tests \
   's/out << buffer << sizeof\(buffer\);/out << buffer;/'
 fault log-fatal-function Common/log/VLogMessage.cpp vantu_log_tests \
   's/if \(level_ == "FATAL"\)/if (level_ == "ERROR")/'
-fault sync-name-escape Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-name-escape Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/c == \x27_\x27 \|\|//'
-fault sync-name-hash Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-name-hash Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/if \(escaped.size\(\) > 200\)/if (escaped.size() >= 200)/'
-fault sync-owner-dead Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-owner-dead Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/if \(error == EOWNERDEAD\) error = pthread_mutex_consistent/if (error == EOWNERDEAD \&\& false) error = pthread_mutex_consistent/'
-fault sync-event-counts Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-event-counts Common/platform/NamedEvent_POSIX.cpp vantu_sync_tests \
   's/if \(block.signalled == 0\) \{\n    block.signalled = 1;/{\n    ++block.signalled;/; s/block.signalled = 0;\n  pthread_mutex_unlock/--block.signalled;\n  pthread_mutex_unlock/'
-fault sync-fork-shares-lock Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-fork-shares-lock Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/\|\| ::dup3\(fd, object.fd, O_CLOEXEC\) < 0;/|| false;/'
-fault sync-stale-region Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-stale-region Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/::ftruncate\(fd, 0\) != 0 \|\| //'
-fault sync-region-too-small Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-region-too-small Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/if \(shared->mapping.dataSize < dataSize\)/if (shared->mapping.dataSize < dataSize \&\& false)/'
-fault sync-last-handle-levels Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
-  's/while \(pthread_mutex_unlock\(mutex\) == 0\) \{\n      \}/pthread_mutex_unlock(mutex);/'
+fault sync-last-handle-levels Common/platform/NamedMutex_POSIX.cpp vantu_sync_tests \
+  's/levels = mutex->__data.__count;/levels = 1;/'
 fault sync-mutex-untranslated Common/sync/VMutex.cpp vantu_sync_tests \
   's/Translated\(\[this\] \{ mutex_->unlock\(\); \}\);/mutex_->unlock();/'
 fault sync-thread-stays-running Common/sync/VWorker.cpp vantu_sync_tests \
@@ -179,26 +179,28 @@ fault sync-flat-null-event Common/flat/FlatSync.cpp vantu_sync_tests \
   's/(void vantu_EventSet\(void\* handle\) \{\n)  if \(handle == nullptr\) return;\n/$1/'
 fault sync-notify-name Common/sync/VNotificationCenter.cpp vantu_sync_tests \
   's/observer->GetNotification\(\)->GetName\(\) != name\)/observer->GetNotification()->GetName().size() != name.size())/'
-fault sync-made-world-readable Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-made-world-readable Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/O_CREAT \| O_EXCL, 0600\);/O_CREAT | O_EXCL, 0666);/; s/::fchmod\(fd, 0600\)/::fchmod(fd, 0666)/'
-fault sync-adopts-planted-file Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-adopts-planted-file Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/    CheckOwnership\(kind, fd, systemName\);/    if (false) CheckOwnership(kind, fd, systemName);/'
-fault sync-lock-wait-unbounded Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-lock-wait-unbounded Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/if \(!alone && ::flock\(fd, LOCK_SH \| LOCK_NB\) != 0\)/if (!alone \&\& ::flock(fd, LOCK_SH) != 0)/'
-fault sync-open-under-registry Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-open-under-registry Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/    shared.reset\(Open\(kind, systemName, dataSize\), Release\);/    std::lock_guard<std::mutex> held(registry.mutex);\n$&/'
 # The open that does not wait for a pending release of its name, as it was: under the registry's
 # lock (without that lock the race is too narrow to be caught reliably).
-fault sync-open-beside-release Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-open-beside-release Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/registry.changed.wait\(lock\);  \/\/ another/if (found->second != nullptr) { registry.objects.erase(found); continue; }\n      $&/; s/    shared.reset\(Open\(kind, systemName, dataSize\), Release\);/    std::lock_guard<std::mutex> held(registry.mutex);\n$&/'
-fault sync-fork-keeps-orphans Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-fork-keeps-orphans Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   's/  registry.orphans = true;\n//'
-fault sync-name-marker Common/platform/NamedObjects_POSIX.cpp vantu_sync_tests \
+fault sync-name-marker Common/platform/NamedObjectStore_POSIX.cpp vantu_sync_tests \
   "s/escaped \+= '~';/escaped += '.';/"
 # Not here: a last close that unlocks once more than it holds changes nothing a test sees; the
 # ThreadSanitizer run of NamedObjectThreadsTest reports it ("unlock of an unlocked mutex").
 fault sync-start-unheld Common/sync/VThread.cpp vantu_sync_tests \
   's/std::shared_ptr<Poco::Thread> thread = thread_;/std::shared_ptr<Poco::Thread>\& thread = thread_;/; s/std::shared_ptr<VWorker> held = worker_;/std::shared_ptr<VWorker>\& held = worker_;/'
+fault public-header-poco include/vantu/VWorker.h vantu_public_headers \
+  's/#include <vantu\/Export.h>/#include <Poco\/Runnable.h>\n\n#include <vantu\/Export.h>/'
 fault random-fork-continues Common/core/VRandom.cpp vantu_zip_tests \
   's/if \(forkGeneration_ != kCallerSeeded && /if (false \&\& /'
 fault net-no-fallback Common/net/internal/ReceiveBuffer.cpp vantu_net_tests \
@@ -301,13 +303,13 @@ fault xml-file-path-unresolved Common/xml/VXMLFile.cpp vantu_xml_tests \
   's/if \(path_.Length\(\) != 0\) \{/if (false) {/'
 fault xml-union-sorted-by-position Common/xml/VXML.cpp vantu_xml_tests \
   's/if \(result.type\(\) == pugi::xpath_node_set::type_unsorted && result.size\(\) > 1\)/if (false)/'
-fault xml-save-named-temporary Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+fault xml-save-named-temporary Common/platform/AtomicSave_POSIX.cpp vantu_xml_tests \
   's/if \(!g_namedTemporaries\) \{/if (false) {/'
-fault xml-stale-temporaries-kept Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+fault xml-stale-temporaries-kept Common/platform/AtomicSave_POSIX.cpp vantu_xml_tests \
   's/if \(owner > 0 && ::kill\(owner, 0\) != 0 && errno == ESRCH\)/if (owner < 0)/'
-fault xml-stale-locked-removed Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+fault xml-stale-locked-removed Common/platform/AtomicSave_POSIX.cpp vantu_xml_tests \
   's/S_ISREG\(info.st_mode\) &&\s+::flock\(file.get\(\), LOCK_EX \| LOCK_NB\) == 0\)/S_ISREG(info.st_mode))/'
-fault xml-stale-any-name Common/platform/Platform_POSIX.cpp vantu_xml_tests \
+fault xml-stale-any-name Common/platform/AtomicSave_POSIX.cpp vantu_xml_tests \
   's/return std::strcmp\(p, ".tmp"\) == 0 \? static_cast<pid_t>\(pid\) : 0;/return static_cast<pid_t>(pid);/'
 fault log-folder-from-root Common/log/VLog.cpp vantu_log_tests \
   's/if \(base.Length\(\) != 0 && VFile\(base\).IsDirectory\(\)\) VFile\(DefaultFolder\(\)\).CreateDirectory\(\);/VFile(DefaultFolder()).CreateDirectories();/'

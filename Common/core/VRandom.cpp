@@ -5,7 +5,8 @@
 #include <cstring>
 #include <system_error>
 
-#include "platform/Platform.h"
+#include "platform/Process.h"
+#include "platform/Random.h"
 
 namespace {
 

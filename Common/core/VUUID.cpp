@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "internal/Hex.h"
-#include "platform/Platform.h"
+#include "platform/Process.h"
 
 using vantu::internal::HexDigitValue;
 

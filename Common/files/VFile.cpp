@@ -7,7 +7,9 @@
 
 #include "internal/FileErrors.h"
 #include "internal/PathText.h"
-#include "platform/Platform.h"
+#include "platform/FileAvailability.h"
+#include "platform/Files.h"
+#include "platform/FilesBelow.h"
 
 using vantu::internal::PathBytes;
 

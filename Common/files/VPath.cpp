@@ -9,7 +9,7 @@
 #include <vantu/VException.h>
 
 #include "internal/PathText.h"
-#include "platform/Platform.h"
+#include "platform/Files.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 
 #include "internal/PathText.h"
 #include "internal/Utf.h"
-#include "platform/Platform.h"
+#include "platform/FileAvailability.h"
 
 namespace {
 

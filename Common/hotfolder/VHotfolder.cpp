@@ -20,7 +20,9 @@
 
 #include "internal/DirectoryWalk.h"
 #include "internal/PathText.h"
-#include "platform/Platform.h"
+#include "platform/ChangeNotifier.h"
+#include "platform/Files.h"
+#include "platform/FilesBelow.h"
 
 using vantu::internal::PathBytes;
 

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/Platform.h"
+#include "platform/Files.h"
 
 namespace vantu::internal {
 namespace {

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "internal/TextConversion.h"
-#include "platform/Platform.h"
+#include "platform/CodePage.h"
 
 namespace vantu::internal {
 

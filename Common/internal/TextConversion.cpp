@@ -15,7 +15,7 @@
 #endif
 
 #include "internal/Nfc.h"
-#include "platform/Platform.h"
+#include "platform/CodePage.h"
 
 namespace vantu::internal {
 namespace {

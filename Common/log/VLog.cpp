@@ -18,7 +18,7 @@
 #include "internal/PathText.h"
 #include "log/internal/AsyncLogChannel.h"
 #include "log/internal/LogLineFormatter.h"
-#include "platform/Platform.h"
+#include "platform/Process.h"
 
 namespace {
 

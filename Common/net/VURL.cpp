@@ -11,7 +11,7 @@
 #include "internal/PathText.h"
 #include "net/internal/CurlGlobal.h"
 #include "net/internal/ReceiveBuffer.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
 
 using vantu::internal::CurlEntries;
 

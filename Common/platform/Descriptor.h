@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
 
 namespace vantu::platform {
 

@@ -1,5 +1,7 @@
 #include <vantu/VThread.h>
 
+#include <Poco/Runnable.h>
+#include <Poco/SharedPtr.h>
 #include <Poco/Thread.h>
 
 #include <vantu/VException.h>
@@ -8,6 +10,21 @@
 #include "internal/FileErrors.h"
 #include "internal/SharedHandle.h"
 #include "platform/Threads.h"
+
+namespace {
+
+// What the Poco::Thread runs: the worker's run. The thread owns it and frees it when the run
+// has returned; the worker keeps itself alive while its run lasts.
+class WorkerRunnable final : public Poco::Runnable {
+ public:
+  explicit WorkerRunnable(VWorker& worker) : worker_(worker) {}
+  void run() override { worker_.run(); }
+
+ private:
+  VWorker& worker_;
+};
+
+}  // namespace
 
 VThread::VThread()
     : thread_(vantu::internal::MakeSharedOrNull<Poco::Thread>()),
@@ -52,7 +69,7 @@ void VThread::Start(Function function) {
     // POCO starts a finished thread again on the same object and then detaches only the new
     // system thread: the previous one, whose function has returned, is detached here.
     const Poco::Thread::TID previous = thread->tid();
-    thread->start(worker);
+    thread->start(Poco::SharedPtr<Poco::Runnable>(new WorkerRunnable(worker)));
     if (worker.started_) vantu::platform::DetachThread(previous);
     worker.started_ = true;
   } catch (...) {

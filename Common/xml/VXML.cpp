@@ -16,8 +16,10 @@
 #include <vantu/VException.h>
 #include <vantu/VPath.h>
 
+#include "platform/AtomicSave.h"
 #include "platform/Descriptor.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
+#include "platform/Files.h"
 #include "xml/internal/StringAppender.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "internal/PathText.h"
-#include "platform/Platform.h"
+#include "platform/Files.h"
 
 using vantu::internal::PathBytes;
 

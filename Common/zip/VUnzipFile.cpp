@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -15,7 +16,8 @@
 
 #include "internal/PathText.h"
 #include "platform/Descriptor.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
+#include "platform/FilesBelow.h"
 #include "zip/internal/ZipCodec.h"
 #include "zip/internal/ZipErrors.h"
 #include "zip/internal/ZipFormat.h"
@@ -150,21 +152,15 @@ class Target {
   // Throws VantuDataException when one of them is a link or not a folder.
   // Returns a descriptor the caller closes.
   int Folder(const std::vector<std::string>& parts, size_t count, bool create = true) const {
-    int fd = platform::OpenDirectoryAt(root_.get(), ".", false);
-    for (size_t i = 0; i < count; ++i) {
-      const platform::Descriptor parent(fd);
-      try {
-        fd = platform::OpenDirectoryAt(parent.get(), parts[i], create);
-      } catch (const std::system_error& error) {
-        if (error.code() != std::errc::too_many_symbolic_link_levels &&
-            error.code() != std::errc::not_a_directory) {
-          throw;
-        }
-        throw VantuDataException("\"" + Join(parts, i + 1).substr(1) +
-                                 "\" is a link or not a folder");
-      }
+    size_t failed = 0;
+    const int fd = platform::OpenDirectoryBelow(root_.get(), parts, count, create, failed);
+    if (fd >= 0) return fd;
+    const int error = errno;
+    if (count > 0 && (error == ELOOP || error == ENOTDIR)) {
+      throw VantuDataException("\"" + Join(parts, failed + 1).substr(1) +
+                               "\" is a link or not a folder");
     }
-    return fd;
+    throw std::system_error(error, std::generic_category(), count == 0 ? "." : parts[failed]);
   }
 
  private:

@@ -1,5 +1,6 @@
-// VWorker: the body a VThread runs, a Poco::Runnable that calls one thread function with one
-// pointer-sized value. VThread fills it in and starts it; run() calls the function, if any.
+// VWorker: the body a VThread runs, which calls one thread function with one pointer-sized value.
+// VThread fills it in and starts it on its thread; run() calls the function, if any. It is a
+// plain polymorphic class (no base class): its virtual operations are the destructor, then run.
 //
 // While its function runs, a started worker keeps itself and its thread alive: a VThread
 // destroyed meanwhile frees neither under the function; the thread frees them when it ends.
@@ -10,15 +11,13 @@
 #include <cstdint>
 #include <memory>
 
-#include <Poco/Runnable.h>
-
 #include <vantu/Export.h>
 
 namespace Poco {
 class Thread;
 }
 
-class VANTU_API VWorker : public Poco::Runnable {
+class VANTU_API VWorker {
  public:
   // A thread function; its one argument is the thread's data.
   using Function = void (*)(uintptr_t data);
@@ -26,10 +25,10 @@ class VANTU_API VWorker : public Poco::Runnable {
   VWorker();
   VWorker(const VWorker&) = delete;
   VWorker& operator=(const VWorker&) = delete;
-  ~VWorker() override;
+  virtual ~VWorker();
 
   // Calls the function with the data, or returns at once when the function is null.
-  void run() override;
+  virtual void run();
 
  private:
   friend class VThread;

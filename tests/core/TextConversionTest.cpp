@@ -26,7 +26,7 @@
 #include "internal/Nfc.h"
 #include "internal/NfcTable.h"
 #include "internal/TextConversion.h"
-#include "platform/Platform.h"
+#include "platform/CodePage.h"
 #include "support/Bytes.h"
 #include "support/Text.h"
 

@@ -26,7 +26,7 @@
 #include <vantu/VLog.h>
 #include <vantu/vantu.h>
 
-#include "platform/Platform.h"
+#include "platform/FilesBelow.h"
 #include "support/LogFiles.h"
 #include "support/TempDir.h"
 

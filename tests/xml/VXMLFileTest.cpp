@@ -13,7 +13,7 @@
 #include <set>
 #include <thread>
 
-#include "platform/Platform.h"
+#include "platform/AtomicSave.h"
 #include "support/TempDir.h"
 
 namespace {

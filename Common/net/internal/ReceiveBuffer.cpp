@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/Platform.h"
+#include "platform/AddressRange.h"
 
 namespace vantu::internal {
 namespace {

@@ -13,7 +13,8 @@
 
 #include "internal/TextConversion.h"
 #include "internal/Utf.h"
-#include "platform/Platform.h"
+#include "platform/FileIO.h"
+#include "platform/Time.h"
 
 namespace vantu::internal {
 namespace {

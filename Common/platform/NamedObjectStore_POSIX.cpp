@@ -1,21 +1,17 @@
+// The opening of named objects by name, their lifetime across processes and forks, and their
+// names.
 #include "platform/NamedObjects.h"
 
-#include "platform/Descriptor.h"
-#include "platform/Platform.h"
-
 #include <fcntl.h>
-#include <linux/futex.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <condition_variable>
 #include <cstdint>
 #include <limits>
@@ -26,10 +22,20 @@
 #include <unordered_map>
 #include <utility>
 
-namespace vantu::platform {
-namespace {
+#include "platform/AddressRange.h"
+#include "platform/Descriptor.h"
+#include "platform/NamedObject_POSIX.h"
 
-enum class Kind : uint32_t { kMutex = 1, kEvent = 2, kMemory = 3 };
+namespace vantu::platform {
+namespace named {
+
+void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
+  int error = pthread_mutex_lock(mutex);
+  if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
+  if (error != 0) throw Error(error, "cannot lock " + systemName);
+}
+
+namespace {
 
 const char* KindName(Kind kind) {
   switch (kind) {
@@ -40,41 +46,6 @@ const char* KindName(Kind kind) {
     default:
       return "memory";
   }
-}
-
-// The start of every object. `ready` is written last, with a release store, once the rest is
-// built; an object whose word is still 0 is being built or was left half-built by a dead process.
-struct Header {
-  std::atomic<uint32_t> ready;
-  uint32_t reserved;
-  uint64_t dataSize;  // memory objects: the region's size
-};
-
-// "VNT" and the kind. A change of layout changes this word, so that objects of another layout
-// are refused rather than misread.
-constexpr uint32_t ReadyWord(Kind kind) { return 0x564E5400u | static_cast<uint32_t>(kind); }
-
-struct MutexBlock {
-  Header header;
-  pthread_mutex_t mutex;  // process-shared, robust, recursive
-};
-
-// The event waits on a futex word rather than a process-shared condition variable: glibc's
-// condition variable stops waking anyone (and blocks its signallers) once a waiter was killed
-// while it waited, which a named event must survive.
-struct EventBlock {
-  Header header;
-  pthread_mutex_t mutex;  // process-shared, robust; guards signalled and waiters
-  uint32_t signalled;
-  uint32_t waiters;  // may stay too high after a waiter died: that only costs a wake call
-  std::atomic<uint32_t> sequence;  // the futex word: moves at every Set that finds waiters
-};
-
-static_assert(std::atomic<uint32_t>::is_always_lock_free, "futex words must be plain words");
-static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t), "futex words are 32 bits");
-
-std::system_error Error(int code, const std::string& what) {
-  return std::system_error(code, std::generic_category(), what);
 }
 
 // The bytes an object of `kind` takes; the region's data starts on the second page.
@@ -102,24 +73,6 @@ void InitMutex(pthread_mutex_t* mutex, bool recursive) {
   pthread_mutexattr_destroy(&attributes);
   if (error != 0) throw Error(error, "pthread_mutex_init");
 }
-
-// Locks a robust mutex; a lock whose holder died is made consistent and is the caller's.
-void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
-  int error = pthread_mutex_lock(mutex);
-  if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
-  if (error != 0) throw Error(error, "cannot lock " + systemName);
-}
-
-long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
-  return ::syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), operation, value, nullptr, nullptr,
-                   0);
-}
-
-struct Mapping {
-  char* base = nullptr;
-  std::size_t size = 0;
-  std::size_t dataSize = 0;
-};
 
 Mapping MapShared(int fd, std::size_t size, const std::string& systemName) {
   void* base = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
@@ -217,71 +170,25 @@ void CheckOwnership(Kind kind, int fd, const std::string& systemName) {
 }
 
 }  // namespace
+}  // namespace named
 
-// One object mapped into this process, shared by every handle of the process that opened it.
-class NamedObject : public std::enable_shared_from_this<NamedObject> {
- public:
-  NamedObject(Kind kind, std::string systemName, int fd, Mapping mapping)
-      : kind(kind), systemName(std::move(systemName)), fd(fd), mapping(mapping) {}
+using namespace named;
 
-  template <typename Block>
-  Block* As() const {
-    return reinterpret_cast<Block*>(mapping.base);
+bool NamedObject::Leave() {
+  if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) return false;
+  if (inherited) return true;  // the lock is the parent's
+  if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+    ::shm_unlink(systemName.c_str());
+  } else {
+    ::flock(fd, LOCK_UN);
   }
+  return true;
+}
 
-  // Lets go of the name: unlinks it when no other holder is left (the exclusive, non-blocking
-  // flock succeeds; of holders leaving together the last one succeeds), else drops this
-  // holder's shared lock. False when the mapping and the descriptor must stay: another thread of
-  // this process still holds the mutex through them, and the lock passes on when it ends.
-  bool Leave() {
-    if (kind == Kind::kMutex && HeldByAnotherThreadOfThisProcess()) return false;
-    if (inherited) return true;  // the lock is the parent's
-    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
-      ::shm_unlink(systemName.c_str());
-    } else {
-      ::flock(fd, LOCK_UN);
-    }
-    return true;
-  }
-
-  // Unmaps the object and closes the descriptor, after Leave. Slow for a large region (the pages
-  // are freed), so done without the registry's lock.
-  void Unmap() {
-    ::munmap(mapping.base, mapping.size);
-    ::close(fd);
-  }
-
-  const Kind kind;
-  const std::string systemName;
-  int fd;
-  const Mapping mapping;
-  bool registered = false;
-  // A forked child that could not take a lock of its own: it never unlinks the name.
-  bool inherited = false;
-  // In a forked child: the object was being released by a thread that did not follow.
-  bool orphan = false;
-
- private:
-  // Releases every level of the lock that the calling thread holds (a trylock adds one level
-  // or takes the free mutex; glibc counts the levels of a recursive mutex in __count, and
-  // exactly that many unlocks give them all back). Then tells whether another thread of this
-  // process holds the lock.
-  bool HeldByAnotherThreadOfThisProcess() {
-    pthread_mutex_t* mutex = &As<MutexBlock>()->mutex;
-    const int error = pthread_mutex_trylock(mutex);
-    if (error == 0 || error == EOWNERDEAD) {
-      if (error == EOWNERDEAD) pthread_mutex_consistent(mutex);
-      for (unsigned levels = mutex->__data.__count; levels > 0; --levels) {
-        pthread_mutex_unlock(mutex);
-      }
-      return false;
-    }
-    // The holder's thread identifier (glibc keeps it in the mutex): one of this process's?
-    const int holder = mutex->__data.__owner;
-    const std::string task = "/proc/self/task/" + std::to_string(holder);
-    return error == EBUSY && holder > 0 && ::access(task.c_str(), F_OK) == 0;
-  }
-};
+void NamedObject::Unmap() {
+  ::munmap(mapping.base, mapping.size);
+  ::close(fd);
+}
 
 namespace {
 
@@ -409,7 +316,10 @@ NamedObject* Open(Kind kind, const std::string& systemName, std::size_t dataSize
   }
 }
 
-std::shared_ptr<NamedObject> Acquire(Kind kind, const std::string& name, std::size_t dataSize) {
+}  // namespace
+
+std::shared_ptr<NamedObject> named::Acquire(Kind kind, const std::string& name,
+                                            std::size_t dataSize) {
   const std::string systemName = NamedObjectSystemName(KindName(kind), name);
   Registry& registry = TheRegistry();
   std::shared_ptr<NamedObject> shared;  // released, when it must be, outside the registry's lock
@@ -460,8 +370,6 @@ std::shared_ptr<NamedObject> Acquire(Kind kind, const std::string& name, std::si
   return shared;
 }
 
-}  // namespace
-
 std::string NamedObjectSystemName(const std::string& kind, const std::string& name) {
   static const char kHex[] = "0123456789ABCDEF";
   std::string escaped;
@@ -485,62 +393,5 @@ std::string NamedObjectSystemName(const std::string& kind, const std::string& na
   }
   return "/vantu." + kind + "." + escaped;
 }
-
-NamedMutex::NamedMutex(const std::string& name) : object_(Acquire(Kind::kMutex, name, 0)) {}
-
-NamedMutex::~NamedMutex() = default;
-
-void NamedMutex::Lock() { LockRobust(&object_->As<MutexBlock>()->mutex, object_->systemName); }
-
-void NamedMutex::Unlock() {
-  // EPERM when the calling thread does not hold it.
-  const int error = pthread_mutex_unlock(&object_->As<MutexBlock>()->mutex);
-  if (error != 0) throw Error(error, "cannot unlock " + object_->systemName);
-}
-
-NamedEvent::NamedEvent(const std::string& name) : object_(Acquire(Kind::kEvent, name, 0)) {}
-
-NamedEvent::~NamedEvent() = default;
-
-void NamedEvent::Set() {
-  EventBlock& block = *object_->As<EventBlock>();
-  LockRobust(&block.mutex, object_->systemName);
-  bool wake = false;
-  if (block.signalled == 0) {
-    block.signalled = 1;
-    if (block.waiters != 0) {
-      block.sequence.fetch_add(1, std::memory_order_relaxed);
-      wake = true;
-    }
-  }
-  pthread_mutex_unlock(&block.mutex);
-  // Every waiter wakes and looks: one takes the event, the others wait again. Waking only one
-  // would strand the others if that one died before it took the event.
-  if (wake) Futex(&block.sequence, FUTEX_WAKE, INT_MAX);
-}
-
-void NamedEvent::Wait() {
-  EventBlock& block = *object_->As<EventBlock>();
-  LockRobust(&block.mutex, object_->systemName);
-  while (block.signalled == 0) {
-    ++block.waiters;
-    const uint32_t seen = block.sequence.load(std::memory_order_relaxed);
-    pthread_mutex_unlock(&block.mutex);
-    Futex(&block.sequence, FUTEX_WAIT, seen);  // returns at a wake, a change or a signal
-    LockRobust(&block.mutex, object_->systemName);
-    --block.waiters;
-  }
-  block.signalled = 0;
-  pthread_mutex_unlock(&block.mutex);
-}
-
-SharedRegion::SharedRegion(const std::string& name, std::size_t size) {
-  if (size == 0) throw Error(EINVAL, "a shared region of 0 bytes");
-  object_ = Acquire(Kind::kMemory, name, size);
-  begin_ = object_->mapping.base + PageSize();
-  size_ = size;
-}
-
-SharedRegion::~SharedRegion() = default;
 
 }  // namespace vantu::platform
