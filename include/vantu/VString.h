@@ -30,7 +30,8 @@
 // native bytes are kept exactly as UTF8 text, not normalised, also when they are not valid
 // UTF-8 (Linux names are bytes): such a string converts to other encodings with "?" for the
 // invalid bytes, but ToFilesystemPath and operator<< give the bytes back unchanged. operator<<
-// writes the text as UTF-8.
+// writes the text as UTF-8. No std::string_view of the text is handed out: text in another
+// encoding has no UTF-8 bytes to point at; GetString() is the view of a UTF8 string's own bytes.
 //
 // Thread safety: a VString is a value without locks. Several threads may read one at once
 // unless one of them passes it as the argument of an operation on a string of another
