@@ -313,6 +313,18 @@ fault xml-stale-any-name Common/platform/AtomicSave_POSIX.cpp vantu_xml_tests \
   's/return std::strcmp\(p, ".tmp"\) == 0 \? static_cast<pid_t>\(pid\) : 0;/return static_cast<pid_t>(pid);/'
 fault log-folder-from-root Common/log/VLog.cpp vantu_log_tests \
   's/if \(base.Length\(\) != 0 && VFile\(base\).IsDirectory\(\)\) VFile\(DefaultFolder\(\)\).CreateDirectory\(\);/VFile(DefaultFolder()).CreateDirectories();/'
+fault stdtypes-utf8-nul Common/core/VString.cpp vantu_core_tests \
+  's/const size_t nul = text.find\(.\\0., start\);/const size_t nul = std::string_view::npos;/'
+fault stdtypes-utf16-byte-order Common/core/VString.cpp vantu_core_tests \
+  's/\(bytes\[2 \* i\]\) \|/(bytes[2 * i]) << 8 |/; s/\(bytes\[2 \* i \+ 1\]\) << 8/(bytes[2 * i + 1])/'
+fault stdtypes-string-path-normalised Common/core/VString.cpp vantu_core_tests \
+  's/vantu::internal::SetPathBytes\(result, path.native\(\), UTF8\);/result.Set(path.native(), UTF8);/'
+fault stdtypes-stream-raw-bytes Common/core/VString.cpp vantu_core_tests \
+  's/if \(text.encoding_ == UTF8\) return out << text.text_;/return out << text.text_;/'
+fault stdtypes-path-normalised Common/files/VPath.cpp vantu_files_tests \
+  's/return MakePath\(path.native\(\), UTF8\);/return VPath(VString(path.native(), UTF8));/'
+fault stdtypes-path-via-utf16 Common/core/VString.cpp vantu_files_tests \
+  's/return std::filesystem::path\(vantu::internal::PathBytes\(\*this\)\);/return std::filesystem::path(ToUTF16());/'
 
 filters=("$@")
 selected() {

@@ -5,9 +5,11 @@
 
 #include <cstring>
 #include <cwchar>
+#include <ostream>
 #include <utility>
 
 #include "internal/Nfc.h"
+#include "internal/PathText.h"
 #include "internal/TextConversion.h"
 #include "internal/Utf.h"
 
@@ -244,6 +246,64 @@ void VString::Set(const char16_t* text, size_t count) {
   text_.swap(utf8);
   encoding_ = UTF8;
   TextReplaced();
+}
+
+// ---------------------------------------------------------------------------------------------
+// Standard text types
+
+VString VString::FromUTF8(std::string_view text) {
+  VString result(UTF8);
+  // NFC never reaches across a NUL, a starter that combines with nothing.
+  for (size_t start = 0;;) {
+    const size_t nul = text.find('\0', start);
+    std::string run(text.substr(start, nul == std::string_view::npos ? nul : nul - start));
+    vantu::internal::NormalizeUtf8(run, NFC);
+    result.text_.append(run);
+    if (nul == std::string_view::npos) break;
+    result.text_.push_back('\0');
+    start = nul + 1;
+  }
+  result.normalization_ = NFC;
+  return result;
+}
+
+VString VString::FromUTF16(std::u16string_view text) {
+  VString result;
+  result.Set(text.data(), text.size());
+  return result;
+}
+
+VString VString::FromFilesystemPath(const std::filesystem::path& path) {
+  VString result;
+  vantu::internal::SetPathBytes(result, path.native(), UTF8);
+  return result;
+}
+
+std::string VString::ToUTF8() const {
+  if (!IsValidEncoding(encoding_)) return text_;  // no known encoding: the bytes as they are
+  std::string utf8;
+  vantu::internal::ConvertText(encoding_, UTF8, text_, utf8);
+  return utf8;
+}
+
+std::u16string VString::ToUTF16() const {
+  std::string bytes;
+  vantu::internal::ConvertText(IsValidEncoding(encoding_) ? encoding_ : UTF8, UTF16, text_, bytes);
+  std::u16string utf16(bytes.size() / 2, u'\0');
+  for (size_t i = 0; i < utf16.size(); ++i) {
+    utf16[i] = static_cast<char16_t>(static_cast<unsigned char>(bytes[2 * i]) |
+                                     static_cast<unsigned char>(bytes[2 * i + 1]) << 8);
+  }
+  return utf16;
+}
+
+std::filesystem::path VString::ToFilesystemPath() const {
+  return std::filesystem::path(vantu::internal::PathBytes(*this));
+}
+
+std::ostream& operator<<(std::ostream& out, const VString& text) {
+  if (text.encoding_ == UTF8) return out << text.text_;
+  return out << text.ToUTF8();
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -55,6 +55,10 @@ VPath VPath::FromFileSystem(const char* bytes, size_t length) {
 
 VPath VPath::FromFileSystem(const std::string& bytes) { return MakePath(bytes, UTF8); }
 
+VPath VPath::FromFilesystemPath(const std::filesystem::path& path) {
+  return MakePath(path.native(), UTF8);
+}
+
 // The folders from the environment are file-system bytes: kept as they are, in UTF8.
 VPath VPath::GetAppDataPath() {
   try {

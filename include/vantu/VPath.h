@@ -13,6 +13,9 @@
 // Append(const VPath&) hides VString's Append overloads on a VPath: path.Append("x") appends a
 // path component; the byte append stays reachable through a VString&.
 //
+// Standard paths: VPath::FromFilesystemPath(std::filesystem::path) and the inherited
+// ToFilesystemPath carry the file system's bytes both ways unchanged (see VString.h).
+//
 // Errors: text that Poco::Path cannot parse throws Poco::PathSyntaxException (from
 // <Poco/Exception.h>), leaving the path unchanged; ConvertToStyle throws
 // VantuInvalidArgumentException for an unknown style. Queries never touch the file system
@@ -23,6 +26,7 @@
 #define VANTU_VPATH_H
 
 #include <cstddef>
+#include <filesystem>
 #include <string>
 
 #include <vantu/Export.h>
@@ -44,6 +48,9 @@ class VANTU_API VPath : public VString {
   // from a directory), as UTF8 text that is not normalised: it names the same file.
   static VPath FromFileSystem(const char* bytes, size_t length);
   static VPath FromFileSystem(const std::string& bytes);
+  // The same for a std::filesystem::path's native bytes (VString::FromFilesystemPath as a path).
+  // The way back is the inherited ToFilesystemPath.
+  static VPath FromFilesystemPath(const std::filesystem::path& path);
 
   // The user's application-data folder ($XDG_DATA_HOME, else ~/.local/share/), ending in a
   // separator; empty when it cannot be determined. UTF8, the environment's bytes as they are.

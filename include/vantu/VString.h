@@ -24,6 +24,15 @@
 // parsers throw what their comments say; allocation failures throw std::bad_alloc and leave the
 // object valid. Nothing else throws.
 //
+// Standard text types, by name so that no new overload competes with the constructors above:
+// FromUTF8/ToUTF8 (std::string_view in, std::string out), FromUTF16/ToUTF16 (std::u16string_view,
+// std::u16string) and FromFilesystemPath/ToFilesystemPath (std::filesystem::path). A path's
+// native bytes are kept exactly as UTF8 text, not normalised, also when they are not valid
+// UTF-8 (Linux names are bytes): such a string converts to other encodings with "?" for the
+// invalid bytes, but ToFilesystemPath and operator<< give the bytes back unchanged. operator<<
+// writes the text as UTF-8. No std::string_view of the text is handed out: text in another
+// encoding has no UTF-8 bytes to point at; GetString() is the view of a UTF8 string's own bytes.
+//
 // Thread safety: a VString is a value without locks. Several threads may read one at once
 // unless one of them passes it as the argument of an operation on a string of another
 // encoding: that fills its converted view, a cache inside the argument.
@@ -39,7 +48,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <vantu/Export.h>
@@ -335,6 +347,28 @@ class VANTU_API VString : public VBaseObject {
   void Set(const char16_t* text);
   void Set(const std::u16string& text);
   void Set(const char16_t* text, size_t count);
+
+  // UTF-8 text, whole (embedded NULs kept), no byte-order-mark detection: UTF8, normalised to
+  // NFC (each run between NULs on its own, which gives the same text as normalising the whole).
+  static VString FromUTF8(std::string_view text);
+  // UTF-16 text, whole, stored as UTF8 as converted (not normalised), as VString(const
+  // std::u16string&); unpaired surrogates become U+FFFD.
+  static VString FromUTF16(std::u16string_view text);
+  // A file-system path's native bytes as they are, as UTF8 that is not normalised (normalisation
+  // unknown), valid UTF-8 or not: ToFilesystemPath gives the same path back.
+  static VString FromFilesystemPath(const std::filesystem::path& path);
+  // The text converted to UTF-8 or UTF-16 as ConvertTo converts it ("?" for what the target
+  // cannot hold), but whole and without normalising; UTF8 text comes back byte for byte. An odd
+  // last byte of UTF16 text is left out of ToUTF16. This string is not changed.
+  std::string ToUTF8() const;
+  std::u16string ToUTF16() const;
+  // The path of the bytes this text names in the file system: UTF8 text (and system-code-page
+  // text on a UTF-8 system) byte for byte, other encodings converted to UTF-8, as VPath and
+  // VFile use them.
+  std::filesystem::path ToFilesystemPath() const;
+  // Writes the text as UTF-8 (ToUTF8; UTF8 text byte for byte). Found for VString and VPath
+  // arguments only.
+  friend VANTU_API std::ostream& operator<<(std::ostream& out, const VString& text);
 
   // The bytes, in the string's encoding.
   const std::string& GetString() const noexcept { return text_; }

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <limits>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -153,6 +154,58 @@ TEST(VStringTest, ConvertToAppendAndSwapByteOrder) {
   // Only UTF16 is swapped; a trailing odd byte stays.
   EXPECT_EQ(Hex(AFTER(VString(Bytes({0xFF, 0xFE, 'A', 0, 'b'})), SwapByteOrder())), "00 41 62");
   EXPECT_EQ(AFTER(VString("ab", Latin1), SwapByteOrder()), "ab");
+}
+
+// The standard text types: every kind of text goes through std::string_view, std::u16string_view,
+// std::filesystem::path and a stream unchanged, whole (also past a NUL) and from every encoding
+// that holds it; decomposed UTF-8 comes in as NFC.
+TEST(VStringTest, StandardTextTypesCarryEveryText) {
+  const std::pair<std::string, std::u16string> texts[] = {
+      {"plain ASCII", u"plain ASCII"},
+      {"Gr\xC3\xBC\xC3\x9F"
+       "e",
+       u"Gr\u00fc\u00dfe"},
+      {"\xE6\xBC\xA2\xE5\xAD\x97", u"\u6f22\u5b57"},
+      {"\xF0\x9F\x98\x80!", u"\U0001F600!"},  // a surrogate pair
+      {"", u""},
+      {std::string("a\0\xC3\xA9", 4), std::u16string(u"a\0\u00e9", 3)},
+  };
+  for (const auto& [utf8, utf16] : texts) {
+    const VString text = VString::FromUTF8(utf8);
+    EXPECT_EQ(Hex(text.GetString()), Hex(utf8));
+    EXPECT_EQ(text.GetEncoding(), UTF8);
+    EXPECT_EQ(text.ToUTF16(), utf16) << Hex(utf8);
+    EXPECT_EQ(Hex(VString::FromUTF16(utf16).GetString()), Hex(utf8));
+    EXPECT_EQ(text.ToFilesystemPath().native(), utf8);
+    EXPECT_EQ(Hex(VString::FromFilesystemPath(utf8).GetString()), Hex(utf8));
+    std::string le;  // the same text in UTF16 and, where it holds it, in Latin1
+    std::string latin1;
+    bool inLatin1 = true;
+    for (char16_t unit : utf16) {
+      le += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+      latin1 += static_cast<char>(unit);
+      inLatin1 = inLatin1 && unit < 0x100;
+    }
+    std::vector<VString> forms = {text, VString(le, UTF16)};
+    if (inLatin1) forms.emplace_back(latin1, Latin1);
+    for (const VString& form : forms) {
+      std::ostringstream out;
+      out << form;
+      EXPECT_EQ(Hex(out.str()), Hex(utf8)) << form.GetEncoding();
+      EXPECT_EQ(Hex(form.ToUTF8()), Hex(utf8)) << form.GetEncoding();
+      EXPECT_EQ(form.ToUTF16(), utf16) << form.GetEncoding();
+      EXPECT_EQ(Hex(form.ToFilesystemPath().native()), Hex(utf8)) << form.GetEncoding();
+    }
+  }
+  EXPECT_EQ(Hex(VString::FromUTF8(std::string("e\xCC\x81\0e\xCC\x81", 7)).GetString()),
+            "C3 A9 00 C3 A9");
+  EXPECT_EQ(VString::FromUTF16(u"\xD800").ToUTF8(), "\xEF\xBF\xBD");
+  // File-system bytes stay as they are: not normalised, and not UTF-8 at all.
+  for (const char* bytes : {"e\xCC\x81", "caf\xE9"}) {
+    const VString path = VString::FromFilesystemPath(bytes);
+    EXPECT_TRUE(path.GetString() == bytes && path.GetEncoding() == UTF8) << bytes;
+    EXPECT_EQ(path.ToFilesystemPath().native(), bytes);
+  }
 }
 
 // Trim, Left and Right reach their helpers through the table of virtual operations.

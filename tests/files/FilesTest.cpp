@@ -11,6 +11,8 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -119,6 +121,43 @@ TEST(VPathTest, EncodingsOfResultsAndFileSystemBytes) {
   EXPECT_EQ(longPath.Depth(), 1);
   EXPECT_FALSE(VFile(longPath).Exists());
   EXPECT_FALSE(VFile(VPath("/a/../../../etc/..\n/x")).IsFile());
+}
+
+// std::filesystem::path carries a path's bytes both ways unchanged: names in every script, a
+// decomposed one and one that is not UTF-8 are made on disk through the standard library, found
+// again by listing the folder, and still name their files.
+TEST(VPathTest, FilesystemPathsKeepTheFileSystemsBytes) {
+  const TempDir dir;
+  const std::string names[] = {"ascii.txt",
+                               "Gr\xC3\xBC\xC3\x9F"
+                               "e",
+                               "\xE6\xBC\xA2\xE5\xAD\x97",
+                               "\xF0\x9F\x98\x80",
+                               "e\xCC\x81",
+                               "caf\xE9 latin-1"};
+  for (const std::string& name : names) {
+    const VPath path = VPath::FromFileSystem(dir / name);
+    std::ofstream(path.ToFilesystemPath()) << name;
+  }
+  std::vector<std::string> found;
+  for (const fs::directory_entry& entry : fs::directory_iterator(dir.path())) {
+    const VPath path = VPath::FromFilesystemPath(entry.path());
+    EXPECT_EQ(path.GetEncoding(), UTF8);
+    EXPECT_EQ(path.ToFilesystemPath(), entry.path());
+    EXPECT_EQ(VFile(path).GetSize(), path.GetFileName().Length());
+    std::ostringstream out;
+    out << path;
+    EXPECT_EQ(out.str(), entry.path().native());
+    found.push_back(path.GetFileName().GetString());
+  }
+  Names expected(std::begin(names), std::end(names));
+  std::sort(expected.begin(), expected.end());
+  std::sort(found.begin(), found.end());
+  EXPECT_EQ(found, expected);
+  EXPECT_EQ(VPath("/d/caf\xE9", Latin1).ToFilesystemPath(), fs::path("/d/caf\xC3\xA9"));
+  EXPECT_EQ(VPath::FromFilesystemPath("").Length(), 0u);
+  const std::string nul("a\0b", 3);  // no file system takes it, but the text keeps it
+  EXPECT_EQ(VPath::FromFilesystemPath(nul).ToFilesystemPath().native(), nul);
 }
 
 // What the callback saw: the file-system bytes of each entry, relative to `base` when below it.
