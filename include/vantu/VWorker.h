@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <Poco/Runnable.h>
@@ -28,7 +29,8 @@ class VANTU_API VWorker : public Poco::Runnable {
   VWorker& operator=(const VWorker&) = delete;
   ~VWorker() override;
 
-  // Calls the function with the data, or returns at once when the function is null.
+  // Calls the body (VThread::Start(Body)), else the function with the data; returns at once when
+  // neither is set. The body is destroyed on the thread once it has returned.
   void run() override;
 
  private:
@@ -41,6 +43,7 @@ class VANTU_API VWorker : public Poco::Runnable {
   std::shared_ptr<VWorker> runningSelf_;
   std::atomic<bool> running_{false};
   bool started_ = false;
+  std::function<void()> body_;  // set by VThread::Start(Body), taken over by run()
 };
 
 #endif  // VANTU_VWORKER_H
