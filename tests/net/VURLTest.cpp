@@ -233,7 +233,7 @@ TEST_F(VURLTest, CallablesAreAskedAndToldBesideTheCallsPointers) {
   chunks.clear();
   progress.clear();
   EXPECT_EQ(Get(url, address), VURL::kCancelled);
-  EXPECT_EQ(chunks.size(), 2u);
+  ASSERT_EQ(chunks.size(), 2u);
   EXPECT_TRUE(progress.empty());
   EXPECT_EQ(Received(url).size(), chunks[0]);
   VURL copy(url);
