@@ -423,16 +423,25 @@ bool VXML::Load(std::istream& in) {
     document_->reset();
     lastError_ = result.description();
     // pugixml parsed its copy of the text in place: the position is counted on the text read
-    // again, where the stream can go back.
+    // again, where the stream can go back; the stream is then left as the parse left it.
     if (start != std::istream::pos_type(-1)) {
+      const std::ios_base::iostate state = in.rdstate();
       in.clear();
-      if (in.seekg(start)) {
-        ErrorPosition position(result.encoding, static_cast<size_t>(result.offset));
-        char piece[16384];
-        while (in.read(piece, sizeof(piece)) || in.gcount() > 0) {
-          if (!position.Feed(piece, static_cast<size_t>(in.gcount()))) break;
+      const std::istream::pos_type end = in.tellg();
+      try {
+        if (in.seekg(start)) {
+          ErrorPosition position(result.encoding, static_cast<size_t>(result.offset));
+          char piece[16384];
+          while (in.read(piece, sizeof(piece)) || in.gcount() > 0) {
+            if (!position.Feed(piece, static_cast<size_t>(in.gcount()))) break;
+          }
+          lastError_ += position.Text();
         }
-        lastError_ += position.Text();
+        in.clear();
+        if (end != std::istream::pos_type(-1)) in.seekg(end);
+        in.clear(state);
+      } catch (...) {
+        // A stream that throws on its own failures: the description alone.
       }
     }
     throw VantuXMLElementException(result.description());
@@ -453,6 +462,7 @@ int VXML::Parse(const std::string& text) {
     lastError_ = result.description() + position.Text();
   } catch (const std::exception& exception) {
     lastError_ = exception.what();
+  } catch (...) {
   }
   return -1;
 }
