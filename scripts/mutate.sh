@@ -325,6 +325,34 @@ fault stdtypes-path-normalised Common/files/VPath.cpp vantu_files_tests \
   's/return MakePath\(path.native\(\), UTF8\);/return VPath(VString(path.native(), UTF8));/'
 fault stdtypes-path-via-utf16 Common/core/VString.cpp vantu_files_tests \
   's/return std::filesystem::path\(vantu::internal::PathBytes\(\*this\)\);/return std::filesystem::path(ToUTF16());/'
+fault hotfolder-callable-ignored Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/\(\*handler\)\(std::string_view\(path\)\);/(void)handler;/'
+fault hotfolder-callable-not-copied Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/    handler_.swap\(handler\);\n//'
+fault hotfolder-callable-keeps-pointer Common/hotfolder/VHotfolder.cpp vantu_hotfolder_tests \
+  's/  callback_ = nullptr;\n  handler_.swap\(replaced\);/  handler_.swap(replaced);/'
+fault hotfolder-handle-callback Common/flat/FlatHotFolder.cpp vantu_hotfolder_tests \
+  's/return callback\(handle, path.data\(\)/return callback(nullptr, path.data()/'
+fault timer-callable-ignored Common/hotfolder/VTimer.cpp vantu_hotfolder_tests \
+  's/\(\*function\)\(\);/(void)function;/'
+fault poco-timer-callable-ignored Common/hotfolder/VPocoTimer.cpp vantu_hotfolder_tests \
+  's/\(\*function\)\(\);/(void)function;/'
+fault thread-body-ignored Common/sync/VWorker.cpp vantu_sync_tests \
+  's/    body\(\);/    (void)body;/'
+fault observer-callable-ignored Common/sync/VObserver.cpp vantu_sync_tests \
+  's/    function_\(argument\);/    (void)argument;/'
+fault walk-callable-ignored Common/files/VDirectoryIterator.cpp vantu_files_tests \
+  's/return function_ \? function_\(entry\) : callback_\(entry, userData_\);/return callback_ != nullptr ? callback_(entry, userData_) : 0;/'
+fault net-cancel-callable-ignored Common/net/VURL.cpp vantu_net_tests \
+  's/\(!state.activeCancel \|\| !\(\*state.activeCancel\)\(size \* count\)\)/true/'
+fault net-progress-callable-live Common/net/VURL.cpp vantu_net_tests \
+  's/if \(state.activeProgress\) \(\*state.activeProgress\)/if (state.progressFunction) (*state.progressFunction)/'
+fault xml-error-utf8-length Common/xml/VXML.cpp vantu_xml_tests \
+  's/const unsigned char lead = unit_\[0\];/const unsigned char lead = byte;/'
+fault xml-error-converted-length Common/xml/VXML.cpp vantu_xml_tests \
+  's/code < 0x80 \? 1 : code < 0x800 \? 2/code < 0x800 ? 1 : code < 0x1000 ? 2/'
+fault xml-error-kept Common/xml/VXML.cpp vantu_xml_tests \
+  's/(int VXML::Parse\(const std::string& text\) \{\n)  lastError_.clear\(\);\n/$1/'
 
 filters=("$@")
 selected() {

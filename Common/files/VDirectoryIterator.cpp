@@ -1,6 +1,7 @@
 #include <vantu/VDirectoryIterator.h>
 
 #include <string>
+#include <utility>
 
 #include "internal/DirectoryWalk.h"
 #include "internal/PathText.h"
@@ -11,20 +12,23 @@ namespace {
 // cannot be listed ends the walk.
 class CallbackVisitor : public vantu::internal::DirectoryVisitor {
  public:
-  CallbackVisitor(VDirectoryIterator::Callback callback, void* userData, StringEncoding encoding)
-      : callback_(callback), userData_(userData), encoding_(encoding) {}
+  CallbackVisitor(VDirectoryIterator::Callback callback,
+                  const VDirectoryIterator::Function& function, void* userData,
+                  StringEncoding encoding)
+      : callback_(callback), function_(function), userData_(userData), encoding_(encoding) {}
 
   int Visit(const std::string& path, bool) override {
-    if (callback_ == nullptr) return 0;
+    if (callback_ == nullptr && !function_) return 0;
     VPath entryPath;
     vantu::internal::SetPathBytes(entryPath, path, encoding_);
     VFile entry(entryPath);
-    return callback_(entry, userData_);
+    return function_ ? function_(entry) : callback_(entry, userData_);
   }
   bool Unreadable(const std::string&, int) override { return false; }
 
  private:
   VDirectoryIterator::Callback callback_;
+  const VDirectoryIterator::Function& function_;
   void* userData_;
   StringEncoding encoding_;
 };
@@ -33,6 +37,9 @@ class CallbackVisitor : public vantu::internal::DirectoryVisitor {
 
 VDirectoryIterator::VDirectoryIterator(Callback callback, bool includeDirectories)
     : includeDirectories_(includeDirectories), callback_(callback) {}
+
+VDirectoryIterator::VDirectoryIterator(Function function, bool includeDirectories)
+    : includeDirectories_(includeDirectories), callback_(nullptr), function_(std::move(function)) {}
 
 VDirectoryIterator::VDirectoryIterator(bool includeDirectories)
     : includeDirectories_(includeDirectories), callback_(nullptr) {}
@@ -44,7 +51,7 @@ int VDirectoryIterator::Iterate(const VFile& directory, bool recursive, void* us
   try {
     const VPath path = directory.GetPath();
     if (path.Length() == 0) return 0;
-    CallbackVisitor visitor(callback_, userData, path.GetEncoding());
+    CallbackVisitor visitor(callback_, function_, userData, path.GetEncoding());
     return vantu::internal::WalkDirectory(vantu::internal::PathBytes(path), recursive, depth,
                                           includeDirectories_, visitor);
   } catch (...) {

@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include <vantu/VHotfolder.h>
 
@@ -64,5 +65,24 @@ void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int keepFile)
 }
 
 void vantu_DisposeHotFolder(void* handle) { delete static_cast<VBaseObject*>(handle); }
+
+void vantu_SetHotFolderHandleCallback(void* handle, vantu_HotFolderHandleCallback callback,
+                                      void* userData) {
+  if (handle == nullptr) return;
+  auto* hotFolder = static_cast<VHotfolder*>(handle);
+  try {
+    if (callback == nullptr) {
+      hotFolder->SetCallback(VHotfolder::Callback(nullptr));
+    } else {
+      // The scan's path is NUL-terminated after the view's end.
+      hotFolder->SetCallback([handle, callback, userData](std::string_view path) {
+        return callback(handle, path.data(), static_cast<int>(path.size()), userData);
+      });
+    }
+    hotFolder->SetUserData(userData);
+  } catch (...) {
+    // No memory for the callable: the previous callback stays.
+  }
+}
 
 }  // extern "C"

@@ -14,6 +14,7 @@
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include <vantu/VLogMessage.h>
@@ -623,7 +624,19 @@ void VHotfolder::CopyFrom(const VHotfolder& other) {
   groupFolders_ = other.groupFolders_.load();
   recursive_ = other.recursive_.load();
   period_ = other.period_.load();
-  callback_ = other.callback_.load();
+  {
+    std::shared_ptr<const Handler> handler;
+    Callback callback = nullptr;
+    {
+      std::lock_guard<std::mutex> lock(other.handlerMutex_);
+      handler = other.handler_;
+      callback = other.callback_;
+    }
+    if (handler) handler = std::make_shared<const Handler>(*handler);
+    std::lock_guard<std::mutex> lock(handlerMutex_);
+    callback_ = callback;
+    handler_.swap(handler);
+  }  // the replaced callable goes here, with no lock held
   userData_ = other.userData_.load();
   enabled_ = other.enabled_.load();
   stopping_ = other.stopping_.load();
@@ -656,7 +669,19 @@ void VHotfolder::SetPath(const VPath& path) {
 void VHotfolder::SetTimeMilliseconds(int milliseconds) { period_ = milliseconds; }
 void VHotfolder::SetRecursive(bool recursive) { recursive_ = recursive; }
 void VHotfolder::SetGroupFolders(bool groupFolders) { groupFolders_ = groupFolders; }
-void VHotfolder::SetCallback(Callback callback) { callback_ = callback; }
+void VHotfolder::SetCallback(Callback callback) {
+  std::shared_ptr<const Handler> replaced;
+  std::lock_guard<std::mutex> lock(handlerMutex_);
+  callback_ = callback;
+  handler_.swap(replaced);
+}
+void VHotfolder::SetCallback(Handler handler) {
+  std::shared_ptr<const Handler> replaced =
+      handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
+  std::lock_guard<std::mutex> lock(handlerMutex_);
+  callback_ = nullptr;
+  handler_.swap(replaced);
+}
 void VHotfolder::SetUserData(void* userData) { userData_ = userData; }
 void VHotfolder::SetFollowLinks(bool follow) { followLinks_ = follow; }
 void VHotfolder::SetDotRuleBelowFolderOnly(bool belowOnly) { dotBelowOnly_ = belowOnly; }
@@ -741,7 +766,14 @@ int VHotfolder::RunScan(const std::atomic<bool>* cancel) {
   } counted(*this);
   // The folder as UTF8 file-system bytes, so that the entries keep the exact bytes of their names.
   const std::string folder = PathBytes(GetPath());
-  const Callback callback = callback_;
+  std::shared_ptr<const Handler> handler;
+  Callback callback = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(handlerMutex_);
+    handler = handler_;
+    callback = callback_;
+  }
+  const bool calling = handler || callback != nullptr;
   void* const userData = userData_;
   const auto halted = [this, cancel] { return stopping_ || (cancel != nullptr && *cancel); };
   // The queued callbacks, made with no lock of this hot folder held, so that a callback may use
@@ -750,7 +782,7 @@ int VHotfolder::RunScan(const std::atomic<bool>* cancel) {
   std::vector<Scan::Delivery> deliveries;
   size_t called = 0;
   const auto callBack = [&] {
-    for (; called < deliveries.size() && callback != nullptr && !halted(); ++called) {
+    for (; called < deliveries.size() && calling && !halted(); ++called) {
       const Scan::Delivery& delivery = deliveries[called];
       if (!g_callbackGate.Enter(halted)) break;
       struct Leave {
@@ -765,7 +797,11 @@ int VHotfolder::RunScan(const std::atomic<bool>* cancel) {
           .Format("Calling callback for file %s", delivery.key.c_str());
       const std::string path = delivery.directory ? delivery.key + "/" : delivery.key;
       try {
-        callback(path.c_str(), static_cast<int>(path.size()), userData);
+        if (handler) {
+          (*handler)(std::string_view(path));
+        } else {
+          callback(path.c_str(), static_cast<int>(path.size()), userData);
+        }
       } catch (...) {
         // A callback's exception must not end the scan; its result is ignored anyway.
       }
@@ -794,7 +830,7 @@ int VHotfolder::RunScan(const std::atomic<bool>* cancel) {
   std::move(scan.deliveries().begin(), scan.deliveries().end(), std::back_inserter(deliveries));
   listed.unlock();
   callBack();
-  if (called < deliveries.size() && callback != nullptr) {
+  if (called < deliveries.size() && calling) {
     // Stopped before calling these back: they leave the list, so that a later scan delivers them.
     listed.lock();
     for (; called < deliveries.size(); ++called) {

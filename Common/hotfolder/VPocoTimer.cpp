@@ -4,21 +4,44 @@
 #include <Poco/ThreadPool.h>
 #include <Poco/Timer.h>
 
-#include <atomic>
+#include <mutex>
+#include <utility>
 
 struct VPocoTimer::Impl {
   explicit Impl(VPocoTimer& owner) : owner(owner) {}
 
   void OnTick(Poco::Timer&) {
-    const TickCallback call = callback.load();
-    if (call != nullptr) call(userPointer.load());
+    std::shared_ptr<const TickFunction> function;
+    TickCallback call = nullptr;
+    void* pointer = nullptr;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      function = this->function;
+      call = callback;
+      pointer = userPointer;
+    }
+    if (function) {
+      (*function)();
+    } else if (call != nullptr) {
+      call(pointer);
+    }
     tick.set();
+  }
+
+  // Stores the tick's callback, of either kind; the replaced callable goes after the lock.
+  void Set(TickCallback call, void* pointer, std::shared_ptr<const TickFunction> tickFunction) {
+    std::lock_guard<std::mutex> lock(mutex);
+    callback = call;
+    userPointer = pointer;
+    function.swap(tickFunction);
   }
 
   VPocoTimer& owner;
   Poco::Timer timer{0, 0};
-  std::atomic<TickCallback> callback{nullptr};
-  std::atomic<void*> userPointer{nullptr};
+  std::mutex mutex;  // guards the three callback fields
+  TickCallback callback = nullptr;
+  void* userPointer = nullptr;
+  std::shared_ptr<const TickFunction> function;
   Poco::Event tick{true};  // auto-reset
 };
 
@@ -52,11 +75,19 @@ void VPocoTimer::CopyFrom(const VPocoTimer& other) {
 }
 
 void VPocoTimer::Start(TickCallback callback, void* userPointer) {
+  Begin(callback, userPointer, nullptr);
+}
+
+void VPocoTimer::Start(TickFunction tick) {
+  Begin(nullptr, nullptr, tick ? std::make_shared<const TickFunction>(std::move(tick)) : nullptr);
+}
+
+void VPocoTimer::Begin(TickCallback callback, void* userPointer,
+                       std::shared_ptr<const TickFunction> function) {
   try {
     Poco::ThreadPool& pool = Poco::ThreadPool::defaultPool();
     if (pool.allocated() + 1 > pool.capacity()) pool.addCapacity(1);
-    impl_->callback = callback;
-    impl_->userPointer = userPointer;
+    impl_->Set(callback, userPointer, std::move(function));
     Poco::TimerCallback<Impl> onTick(*impl_, &Impl::OnTick);
     impl_->timer.setStartInterval(startInterval_);
     impl_->timer.setPeriodicInterval(periodicInterval_);

@@ -1,5 +1,7 @@
 #include <vantu/VTimer.h>
 
+#include <utility>
+
 VTimer::VTimer() : timer_(new VPocoTimer) {
   timer_->SetStartInterval(1000);
   timer_->SetPeriodicInterval(1000);
@@ -27,8 +29,20 @@ void VTimer::CopyFrom(const VTimer& other) {
 }
 
 void VTimer::SetCallback(Callback callback, void* userData) {
+  std::shared_ptr<const Function> replaced;  // destroyed after the lock is let go
+  std::lock_guard<std::mutex> lock(callbackMutex_);
   callback_ = callback;
   userData_ = userData;
+  function_.swap(replaced);
+}
+
+void VTimer::SetCallback(Function function) {
+  std::shared_ptr<const Function> replaced =
+      function ? std::make_shared<const Function>(std::move(function)) : nullptr;
+  std::lock_guard<std::mutex> lock(callbackMutex_);
+  callback_ = nullptr;
+  userData_ = nullptr;
+  function_.swap(replaced);
 }
 
 void VTimer::SetPeriodicInterval(unsigned int milliseconds) {
@@ -48,5 +62,18 @@ void VTimer::Stop() {
 
 void VTimer::Dispatch(void* self) {
   auto* timer = static_cast<VTimer*>(self);
-  if (timer->callback_ != nullptr) timer->callback_(timer->userData_);
+  std::shared_ptr<const Function> function;
+  Callback callback = nullptr;
+  void* userData = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(timer->callbackMutex_);
+    function = timer->function_;
+    callback = timer->callback_;
+    userData = timer->userData_;
+  }
+  if (function) {
+    (*function)();
+  } else if (callback != nullptr) {
+    callback(userData);
+  }
 }

@@ -56,6 +56,25 @@ struct VURL::State {
   VPath caBundle;
   int responseCode = 0;
   std::string errorText;  // of the last transfer; empty after a success
+  // The callables set on the object, and those of the transfer in progress (taken at its start).
+  std::shared_ptr<const CancelFunction> cancelFunction;
+  std::shared_ptr<const ProgressFunction> progressFunction;
+  std::shared_ptr<const CancelFunction> activeCancel;
+  std::shared_ptr<const ProgressFunction> activeProgress;
+
+  // A copy of another object's state with copies of its callables, shared with nobody.
+  static std::unique_ptr<State> CopyOf(const State& other) {
+    auto copy = std::make_unique<State>(other);
+    if (copy->cancelFunction) {
+      copy->cancelFunction = std::make_shared<const CancelFunction>(*copy->cancelFunction);
+    }
+    if (copy->progressFunction) {
+      copy->progressFunction = std::make_shared<const ProgressFunction>(*copy->progressFunction);
+    }
+    copy->activeCancel.reset();
+    copy->activeProgress.reset();
+    return copy;
+  }
 };
 
 // One transfer: libcurl's global reference and easy handle, the header list and the output
@@ -67,6 +86,8 @@ struct VURL::Transfer {
     if (global.Ready()) easy = CurlEntries().easyInit();
   }
   ~Transfer() {
+    url.state_->activeCancel.reset();
+    url.state_->activeProgress.reset();
     if (easy != nullptr) CurlEntries().easyCleanup(easy);
     curl_slist_free_all(headers);
     if (file != nullptr) std::fclose(file);
@@ -107,7 +128,7 @@ struct VURL::Transfer {
     if (state.verifyPeer && state.caBundle.Length() != 0) {
       curl_easy_setopt(easy, CURLOPT_CAINFO, vantu::internal::PathBytes(state.caBundle).c_str());
     }
-    if (state.cancel != nullptr) {  // also asked while nothing arrives
+    if (state.cancel != nullptr || state.activeCancel) {  // also asked while nothing arrives
       curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
       curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Transfer::Ticked);
       curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &url);
@@ -169,11 +190,20 @@ struct VURL::Transfer {
   // Asks the cancel callback; true (and aborted set) when it stops the transfer.
   static bool Cancelled(VURL& url, size_t size, size_t count) {
     State& state = *url.state_;
-    if (state.cancel == nullptr || !state.cancel(state.cancelUserData, size * count, count, &url)) {
+    if ((state.cancel == nullptr ||
+         !state.cancel(state.cancelUserData, size * count, count, &url)) &&
+        (!state.activeCancel || !(*state.activeCancel)(size * count))) {
       return false;
     }
     state.aborted = true;
     return true;
+  }
+
+  static void Progressed(State& state, uint64_t done, uint64_t total) {
+    if (state.progress != nullptr) {
+      state.progress(static_cast<size_t>(done), static_cast<size_t>(total), state.progressUserData);
+    }
+    if (state.activeProgress) (*state.activeProgress)(done, total);
   }
 
   static size_t MemoryWriter(char* bytes, size_t size, size_t count, void* object) {
@@ -184,9 +214,7 @@ struct VURL::Transfer {
     // A value other than n: libcurl stops with a write error.
     if (Cancelled(url, size, count)) return 0x10000000;
     if (!state.received.Append(bytes, n)) return 0;
-    if (state.progress != nullptr) {
-      state.progress(state.received.Length(), state.received.Capacity(), state.progressUserData);
-    }
+    Progressed(state, state.received.Length(), state.received.Capacity());
     return n;
   }
 
@@ -203,9 +231,7 @@ struct VURL::Transfer {
         std::min<uint64_t>(state.uploadSize - state.uploadPosition, uint64_t{size} * count));
     std::memcpy(buffer, state.upload + state.uploadPosition, n);
     state.uploadPosition += n;
-    if (state.progress != nullptr) {
-      state.progress(state.uploadPosition, state.uploadSize, state.progressUserData);
-    }
+    Progressed(state, state.uploadPosition, state.uploadSize);
     return n;
   }
 
@@ -247,11 +273,10 @@ struct VURL::Transfer {
 
 VURL::VURL() : state_(std::make_unique<State>()) {}
 
-VURL::VURL(const VURL& other)
-    : VBaseObject(other), state_(std::make_unique<State>(*other.state_)) {}
+VURL::VURL(const VURL& other) : VBaseObject(other), state_(State::CopyOf(*other.state_)) {}
 
 VURL& VURL::operator=(const VURL& other) {
-  if (this != &other) state_ = std::make_unique<State>(*other.state_);  // a failure changes nothing
+  if (this != &other) state_ = State::CopyOf(*other.state_);  // a failure changes nothing
   return *this;
 }
 
@@ -264,6 +289,8 @@ void VURL::Begin(CancelCallback cancel, void* cancelUserData, ProgressCallback p
   state.cancelUserData = cancelUserData;
   state.progress = progress;
   state.progressUserData = progressUserData;
+  state.activeCancel = state.cancelFunction;
+  state.activeProgress = state.progressFunction;
   state.received.Clear();
   state.aborted = false;
 }
@@ -375,3 +402,13 @@ void VURL::SetCABundle(const VPath& path) { state_->caBundle = path; }
 int VURL::GetResponseCode() const { return state_->responseCode; }
 
 VString VURL::GetLastErrorText() const { return VString(state_->errorText, UTF8); }
+
+void VURL::SetCancelFunction(CancelFunction cancel) {
+  state_->cancelFunction =
+      cancel ? std::make_shared<const CancelFunction>(std::move(cancel)) : nullptr;
+}
+
+void VURL::SetProgressFunction(ProgressFunction progress) {
+  state_->progressFunction =
+      progress ? std::make_shared<const ProgressFunction>(std::move(progress)) : nullptr;
+}

@@ -36,10 +36,10 @@ void VNotificationCenter::PostNotification(VNotification* notification, void* ar
   const std::string& name = posted->GetName();
   for (VObserver* observer : *list_) {
     if (observer == nullptr || observer->GetNotification() == nullptr ||
-        observer->GetCallback() == nullptr || observer->GetNotification()->GetName() != name) {
+        observer->GetNotification()->GetName() != name) {
       continue;
     }
-    observer->GetCallback()(observer->GetContext(), argument);
+    observer->Notify(argument);
   }
 }
 

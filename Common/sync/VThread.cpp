@@ -4,6 +4,8 @@
 #include <Poco/SharedPtr.h>
 #include <Poco/Thread.h>
 
+#include <utility>
+
 #include <vantu/VException.h>
 #include <vantu/VWorker.h>
 
@@ -51,7 +53,11 @@ VThread& VThread::operator=(const VThread& other) {
 
 VThread::~VThread() = default;
 
-void VThread::Start(Function function) {
+void VThread::Start(Function function) { Launch(function, nullptr); }
+
+void VThread::Start(Body body) { Launch(nullptr, std::move(body)); }
+
+void VThread::Launch(Function function, Body body) {
   if (!thread_) throw -1;
   // Held until Start returns: the function may destroy this handle, its last one, and its thread
   // may end before POCO's start has returned. Nothing of this object is touched after the start.
@@ -64,6 +70,7 @@ void VThread::Start(Function function) {
   try {
     worker.data_.store(data_.load(std::memory_order_relaxed), std::memory_order_relaxed);
     worker.function_.store(function, std::memory_order_relaxed);
+    worker.body_ = std::move(body);
     worker.runningThread_ = thread;
     worker.runningSelf_ = held;
     // POCO starts a finished thread again on the same object and then detaches only the new
@@ -75,6 +82,7 @@ void VThread::Start(Function function) {
   } catch (...) {
     worker.runningThread_.reset();
     worker.runningSelf_.reset();
+    worker.body_ = nullptr;
     worker.running_.store(false, std::memory_order_release);
     vantu::internal::RethrowAsVantuException();
   }

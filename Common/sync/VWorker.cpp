@@ -2,6 +2,8 @@
 
 #include <Poco/Thread.h>
 
+#include <utility>
+
 namespace {
 
 // What a thread keeps of its worker and its Poco::Thread after the function returned: released
@@ -26,5 +28,11 @@ void VWorker::run() {
     ~Finished() { running.store(false, std::memory_order_release); }
   } finished{running_};
   const Function function = function_.load(std::memory_order_relaxed);
-  if (function != nullptr) function(data_.load(std::memory_order_relaxed));
+  if (body_) {
+    const std::function<void()> body = std::move(body_);
+    body_ = nullptr;
+    body();
+  } else if (function != nullptr) {
+    function(data_.load(std::memory_order_relaxed));
+  }
 }

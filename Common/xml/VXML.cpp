@@ -232,10 +232,93 @@ void WriteDocument(const pugi::xml_document& document, bool indent, bool declara
   }
 }
 
+// Where a parse error lies, as a reader of the document counts: line and column (both from 1,
+// the column in characters) of pugixml's offset. The offset counts bytes of the document as
+// pugixml parsed it, in UTF-8, so the original bytes are decoded in the encoding pugixml found
+// and each character advances the offset by the length of its UTF-8 form. Fed in pieces.
+class ErrorPosition {
+ public:
+  ErrorPosition(pugi::xml_encoding encoding, size_t offset) : encoding_(encoding), left_(offset) {}
+
+  // False once the offset is reached: nothing more is needed.
+  bool Feed(const void* data, size_t size) {
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    for (size_t i = 0; i < size && left_ > 0; ++i) Byte(bytes[i]);
+    return left_ > 0;
+  }
+  // " at line L, column C".
+  std::string Text() const {
+    return " at line " + std::to_string(line_) + ", column " + std::to_string(column_);
+  }
+
+ private:
+  void Byte(unsigned char byte) {
+    unit_[held_++] = byte;
+    switch (encoding_) {
+      case pugi::encoding_utf16_le:
+      case pugi::encoding_utf16_be: {
+        if (held_ % 2 != 0) return;
+        const bool le = encoding_ == pugi::encoding_utf16_le;
+        const auto unit = [&](int at) {
+          return le ? unit_[at] | unit_[at + 1] << 8 : unit_[at] << 8 | unit_[at + 1];
+        };
+        const uint32_t first = unit(0);
+        if (held_ == 2 && first >= 0xD800 && first < 0xDC00) return;  // a pair's first half
+        Character(held_ == 4 ? 0x10000 : first);
+        return;
+      }
+      case pugi::encoding_utf32_le:
+      case pugi::encoding_utf32_be:
+        if (held_ < 4) return;
+        Character(encoding_ == pugi::encoding_utf32_le
+                      ? uint32_t{unit_[0]} | unit_[1] << 8 | unit_[2] << 16 |
+                            uint32_t{unit_[3]} << 24
+                      : uint32_t{unit_[0]} << 24 | unit_[1] << 16 | unit_[2] << 8 | unit_[3]);
+        return;
+      case pugi::encoding_latin1:
+        Character(byte);
+        return;
+      default: {  // UTF-8: the bytes themselves; a stray continuation byte counts as a character
+        const unsigned char lead = unit_[0];
+        const size_t length = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        if (held_ < length) return;
+        held_ = 0;
+        Advance(length, unit_[0] == '\n',
+                length == 3 && unit_[0] == 0xEF && unit_[1] == 0xBB && unit_[2] == 0xBF);
+        return;
+      }
+    }
+  }
+  void Character(uint32_t code) {
+    held_ = 0;
+    const size_t length = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+    Advance(length, code == '\n', code == 0xFEFF);
+  }
+  void Advance(size_t length, bool newLine, bool mark) {
+    left_ = left_ > length ? left_ - length : 0;
+    if (newLine) {
+      ++line_;
+      column_ = 1;
+    } else if (!(mark && first_)) {  // a byte-order mark is no character
+      ++column_;
+    }
+    first_ = false;
+  }
+
+  pugi::xml_encoding encoding_;
+  size_t left_;
+  unsigned char unit_[4] = {};
+  size_t held_ = 0;
+  size_t line_ = 1;
+  size_t column_ = 1;
+  bool first_ = true;
+};
+
 // Loads the file at `path` into `document` through one descriptor, opened without blocking and
 // checked to be a regular file: a FIFO or device put in the file's place fails instead of
 // holding the caller. The bytes go to pugixml in one buffer it takes over.
-pugi::xml_parse_result LoadFile(pugi::xml_document& document, const std::string& path) {
+pugi::xml_parse_result LoadFile(pugi::xml_document& document, const std::string& path,
+                                std::string& where) {
   namespace platform = vantu::platform;
   void* buffer = nullptr;
   const auto failure = [&buffer](pugi::xml_parse_status status) {
@@ -265,7 +348,23 @@ pugi::xml_parse_result LoadFile(pugi::xml_document& document, const std::string&
   } catch (const std::system_error&) {
     return failure(pugi::status_io_error);
   }
-  return document.load_buffer_inplace_own(buffer, length, kParseFlags, pugi::encoding_auto);
+  const pugi::xml_parse_result result =
+      document.load_buffer_inplace_own(buffer, length, kParseFlags, pugi::encoding_auto);
+  if (!result) {
+    // pugixml parsed the bytes in place: the position is counted on them read again.
+    ErrorPosition position(result.encoding, static_cast<size_t>(result.offset));
+    try {
+      char piece[16384];
+      for (unsigned long long at = 0; at < length;) {
+        const size_t got = platform::ReadAt(fd, piece, sizeof(piece), at);
+        if (got == 0 || !position.Feed(piece, got)) break;
+        at += got;
+      }
+      where = position.Text();
+    } catch (const std::system_error&) {
+    }
+  }
+  return result;
 }
 
 }  // namespace
@@ -288,6 +387,7 @@ pugi::xml_document& VXML::Document() {
 }
 
 bool VXML::Load(const std::string& path, bool quiet) {
+  lastError_.clear();
   try {
     if (!VPath::FromFileSystem(path).IsFile()) {
       throw VantuInvalidArgumentException(path + " is not a file");
@@ -297,39 +397,79 @@ bool VXML::Load(const std::string& path, bool quiet) {
       throw VantuFileNotFoundException("File " + path + " not found");
     }
     Clear();
-    const pugi::xml_parse_result result = LoadFile(Document(), path);
+    std::string where;
+    const pugi::xml_parse_result result = LoadFile(Document(), path, where);
     if (!result) {
       document_->reset();
+      lastError_ = result.description() + where;
       throw VantuXMLParseException(std::string(result.description()) +
                                    " Offset: " + std::to_string(result.offset));
     }
     return true;
   } catch (const VException& exception) {
+    if (lastError_.empty()) lastError_ = exception.Message();
     if (!quiet) VErrorHandler::Report(exception);
+  } catch (const std::exception& exception) {
+    if (lastError_.empty()) lastError_ = exception.what();
   } catch (...) {
   }
   return false;
 }
 
 bool VXML::Load(std::istream& in) {
+  lastError_.clear();
   Clear();
+  const std::istream::pos_type start = in.tellg();
   const pugi::xml_parse_result result = Document().load(in, kParseFlags, pugi::encoding_auto);
   if (!result) {
     document_->reset();
+    lastError_ = result.description();
+    // pugixml parsed its copy of the text in place: the position is counted on the text read
+    // again, where the stream can go back; the stream is then left as the parse left it.
+    if (start != std::istream::pos_type(-1)) {
+      const std::ios_base::iostate state = in.rdstate();
+      in.clear();
+      const std::istream::pos_type end = in.tellg();
+      try {
+        if (in.seekg(start)) {
+          ErrorPosition position(result.encoding, static_cast<size_t>(result.offset));
+          char piece[16384];
+          while (in.read(piece, sizeof(piece)) || in.gcount() > 0) {
+            if (!position.Feed(piece, static_cast<size_t>(in.gcount()))) break;
+          }
+          lastError_ += position.Text();
+        }
+        in.clear();
+        if (end != std::istream::pos_type(-1)) in.seekg(end);
+        in.clear(state);
+      } catch (...) {
+        // A stream that throws on its own failures: the description alone.
+      }
+    }
     throw VantuXMLElementException(result.description());
   }
   return true;
 }
 
 int VXML::Parse(const std::string& text) {
+  lastError_.clear();
   try {
     pugi::xml_document& document = Document();
-    if (document.load_buffer(text.data(), text.size(), kParseFlags, pugi::encoding_auto)) return 0;
+    const pugi::xml_parse_result result =
+        document.load_buffer(text.data(), text.size(), kParseFlags, pugi::encoding_auto);
+    if (result) return 0;
     document.reset();
+    ErrorPosition position(result.encoding, static_cast<size_t>(result.offset));
+    position.Feed(text.data(), text.size());
+    lastError_ = result.description() + position.Text();
+  } catch (const std::exception& exception) {
+    lastError_ = exception.what();
   } catch (...) {
   }
   return -1;
 }
+
+VString VXML::GetLastErrorText() const { return VString(lastError_, UTF8); }
 
 bool VXML::Save(const std::string& path) {
   if (document_ == nullptr) return false;

@@ -16,9 +16,16 @@
 // no callback was made, or -1 when an exception escaped (the callback's own exceptions
 // included); it never throws.
 //
+// The callback is the classic pointer, called with the entry and Iterate's user data, or a
+// callable given to the constructor, called with the entry alone (Iterate's user data is then
+// unused). The iterator owns a copy of the callable for its lifetime; it runs on the thread that
+// calls Iterate. Building an iterator with a callable may throw std::bad_alloc.
+//
 // Thread safety: no shared state; one walk per object at a time.
 #ifndef VANTU_VDIRECTORYITERATOR_H
 #define VANTU_VDIRECTORYITERATOR_H
+
+#include <functional>
 
 #include <vantu/Export.h>
 #include <vantu/VFile.h>
@@ -26,8 +33,11 @@
 class VANTU_API VDirectoryIterator {
  public:
   using Callback = int (*)(VFile& entry, void* userData);
+  using Function = std::function<int(VFile& entry)>;
 
   VDirectoryIterator(Callback callback, bool includeDirectories);
+  // Calls `function(entry)` for each entry; an empty function visits nothing.
+  VDirectoryIterator(Function function, bool includeDirectories);
   // No callback: a walk visits nothing and returns 0.
   explicit VDirectoryIterator(bool includeDirectories);
   virtual ~VDirectoryIterator();
@@ -37,6 +47,7 @@ class VANTU_API VDirectoryIterator {
  private:
   bool includeDirectories_;
   Callback callback_;
+  Function function_;
 };
 
 #endif  // VANTU_VDIRECTORYITERATOR_H

@@ -15,6 +15,17 @@
 // came (Remove, Stop) is not called back. All callbacks of all hot folders of the process are
 // serialised by one recursive lock, so a callback may itself scan or Remove on any hot folder.
 //
+// The callback is either the classic function pointer with its user data (SetCallback(Callback),
+// SetUserData) or a callable (SetCallback(Handler)): the one set last is called, the other is
+// cleared (GetHolfoderCbFn() is null while a callable is set). A callable receives the path's
+// bytes as a std::string_view (valid during the call, NUL-terminated after its end); its result
+// is ignored, as the pointer's. The hot folder owns a copy of it (copies and CopyFrom copy it
+// too) and destroys it when it is replaced or the hot folder goes. Either kind runs on the
+// scanning thread (the timer's pool thread, the watcher's, or the caller of
+// CheckFolderChanges) under the process-wide callback lock. Each scan takes the callback once, at
+// its start: setting another one, from any thread or from inside a callback, applies from the
+// next scan, and the replaced callable lives until the scans using it have ended.
+//
 // Entries under a directory whose name starts with "." are ignored. By default every directory
 // of the path counts, also those above the watched folder: a folder that lies below a "."
 // directory delivers nothing (in group-folders mode only its own files, never a sub-directory).
@@ -60,9 +71,11 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -76,6 +89,8 @@
 class VANTU_API VHotfolder : public VBaseObject {
  public:
   using Callback = int (*)(const char* path, int length, void* userData);
+  // The callable form of the callback (see above).
+  using Handler = std::function<int(std::string_view path)>;
 
   VHotfolder();
   // Copies the settings (CopyFrom), not the list, the timer or the mutex.
@@ -111,6 +126,9 @@ class VANTU_API VHotfolder : public VBaseObject {
   void SetRecursive(bool recursive);
   void SetGroupFolders(bool groupFolders);
   void SetCallback(Callback callback);
+  // Replaces the callback (and a classic pointer set before) by a copy of `handler`; an empty
+  // one leaves no callback.
+  void SetCallback(Handler handler);
   void SetUserData(void* userData);
   // Delivers what links that lead outside the folder point to (see above); off by default.
   void SetFollowLinks(bool follow);
@@ -181,6 +199,8 @@ class VANTU_API VHotfolder : public VBaseObject {
   std::mutex changeMutex_;                    // guards changed_
   std::condition_variable changeCv_;
   bool changed_ = false;
+  mutable std::mutex handlerMutex_;  // guards handler_, and callback_ against a torn pair
+  std::shared_ptr<const Handler> handler_;
 };
 
 #endif  // VANTU_VHOTFOLDER_H

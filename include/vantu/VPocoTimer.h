@@ -8,12 +8,18 @@
 // for a tick in progress; neither may be called from inside the tick callback. Ticks never
 // overlap; one that runs longer than the period delays the next.
 //
+// The tick callback is the classic pointer with its user pointer, or a callable
+// (Start(TickFunction)); each Start replaces the one before. The timer owns a copy of the
+// callable until the next Start or its destruction; a tick in progress keeps the one it started
+// with alive. Start(TickFunction) may throw std::bad_alloc (and then changes nothing).
+//
 // Thread safety: Start, Stop and the destructor from one controlling thread at a time; the
 // callback runs on a pool thread, never on the caller's.
 #ifndef VANTU_VPOCOTIMER_H
 #define VANTU_VPOCOTIMER_H
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <vantu/Export.h>
@@ -22,6 +28,7 @@
 class VANTU_API VPocoTimer : public VBaseObject {
  public:
   using TickCallback = void (*)(void* userPointer);
+  using TickFunction = std::function<void()>;
 
   VPocoTimer();
   // Copies the two intervals, not the callback or the running state.
@@ -36,6 +43,8 @@ class VANTU_API VPocoTimer : public VBaseObject {
 
   // Starts ticking after the start interval, then every periodic interval.
   void Start(TickCallback callback, void* userPointer);
+  // As Start(callback, userPointer), calling a copy of `tick` (when not empty) at each tick.
+  void Start(TickFunction tick);
   void Stop();
 
   uint32_t GetStartInterval() const { return startInterval_; }
@@ -49,6 +58,8 @@ class VANTU_API VPocoTimer : public VBaseObject {
 
  private:
   struct Impl;
+  void Begin(TickCallback callback, void* userPointer,
+             std::shared_ptr<const TickFunction> function);
   std::unique_ptr<Impl> impl_;
   uint32_t startInterval_ = 0;
   uint32_t periodicInterval_ = 0;

@@ -13,12 +13,17 @@
 // Errors: Start on a thread whose function still runs, or a thread the system refuses, throws
 // VantuRuntimeException. A started thread may be started again once its function has returned.
 //
+// Start(Body) runs a callable instead of a function with the data: the worker owns a copy of it,
+// which the new thread calls and destroys when it returns (the data is still stored, and not
+// passed). Start(Body) may throw std::bad_alloc, as copying the callable may.
+//
 // Thread safety: SetData and GetData from any thread; Start from one thread at a time.
 #ifndef VANTU_VTHREAD_H
 #define VANTU_VTHREAD_H
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <vantu/Export.h>
@@ -32,6 +37,7 @@ class Thread;
 class VANTU_API VThread : public VBaseObject {
  public:
   using Function = void (*)(uintptr_t data);
+  using Body = std::function<void()>;
 
   VThread();
   VThread(const VThread& other);
@@ -41,12 +47,16 @@ class VANTU_API VThread : public VBaseObject {
   // Hands the data to the worker and starts function(data) on the new thread; returns at once.
   // A null function makes a thread that ends at once.
   void Start(Function function);
+  // As Start(function), running `body()` on the new thread; an empty body ends at once.
+  void Start(Body body);
   // Stores the value as the thread's data and the worker's.
   void SetData(uintptr_t data);
   // The thread's data; 0 after construction.
   uintptr_t GetData() const;
 
  private:
+  void Launch(Function function, Body body);
+
   std::shared_ptr<Poco::Thread> thread_;
   std::atomic<uintptr_t> data_{0};
   std::shared_ptr<VWorker> worker_;

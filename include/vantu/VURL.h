@@ -16,7 +16,7 @@
 // and a header line holding a CR, LF or NUL byte with 43 (CURLE_BAD_FUNCTION_ARGUMENT).
 // GetLastErrorText says in words why the last transfer failed. No operation throws for a
 // transfer failure; after a failed or cancelled memory transfer the buffer holds the bytes
-// received before the failure. Copying may throw std::bad_alloc.
+// received before the failure. Copying may throw std::bad_alloc, or what copying a callable throws.
 //
 // Protocols: a transfer uses http and https only, for its first request and for every redirect
 // Perform follows; a redirect to another scheme (ftp, file, dict...) fails with 1 and connects
@@ -40,6 +40,13 @@
 // piece of a Post body (done = bytes handed over, total = the block's size); it is not told of
 // Perform's file output nor of Perform's request body.
 //
+// Callables: SetCancelFunction and SetProgressFunction give the object a cancel and a progress
+// callable, asked and told exactly where the call's pointers are, in every later transfer of any
+// call, in addition to them: the call's pointer first, then the callable (a transfer stops when
+// either says so). The object owns copies of them until they are replaced (copies of the object
+// get copies of their own); they run on the thread of the transfer. A transfer uses the callables
+// set when it starts: setting them during a transfer, also from inside one, applies from the next.
+//
 // Thread safety: an object must not be used by two threads at once; different objects may run
 // transfers on different threads at the same time.
 //
@@ -51,6 +58,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -65,6 +73,9 @@ class VANTU_API VURL : public VBaseObject {
   // True stops the transfer. `bytes` is the chunk's size (element size times count).
   typedef bool (*CancelCallback)(void* userData, size_t bytes, size_t count, VURL* url);
   typedef void (*ProgressCallback)(size_t done, size_t total, void* userData);
+  // The callable forms: `bytes` is the chunk's size (0 when asked while nothing arrives).
+  using CancelFunction = std::function<bool(size_t bytes)>;
+  using ProgressFunction = std::function<void(uint64_t done, uint64_t total)>;
 
   // Transfer codes of the library's own, beside libcurl's.
   static constexpr int kInitFailed = 100;
@@ -126,6 +137,10 @@ class VANTU_API VURL : public VBaseObject {
   // buffer, else the text of its code), or the library's text for its own codes and refusals.
   // Empty after a success.
   VString GetLastErrorText() const;
+  // The callables of later transfers (see above); an empty one removes it. May throw
+  // std::bad_alloc (and then changes nothing).
+  void SetCancelFunction(CancelFunction cancel);
+  void SetProgressFunction(ProgressFunction progress);
 
  private:
   struct State;

@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include <vantu/Export.h>
@@ -27,7 +28,8 @@ class VANTU_API VWorker {
   VWorker& operator=(const VWorker&) = delete;
   virtual ~VWorker();
 
-  // Calls the function with the data, or returns at once when the function is null.
+  // Calls the body (VThread::Start(Body)), else the function with the data; returns at once when
+  // neither is set. The body is destroyed on the thread once it has returned.
   virtual void run();
 
  private:
@@ -40,6 +42,7 @@ class VANTU_API VWorker {
   std::shared_ptr<VWorker> runningSelf_;
   std::atomic<bool> running_{false};
   bool started_ = false;
+  std::function<void()> body_;  // set by VThread::Start(Body), taken over by run()
 };
 
 #endif  // VANTU_VWORKER_H

@@ -27,6 +27,10 @@
 // (a CR or CR LF reads back as LF).
 //
 // Errors: as VDataContainer states per operation; SelectNodes reports a bad expression by -1.
+// GetLastErrorText says in words why the last Load, Parse or FromString failed: for a parse
+// error pugixml's description and where the error lies ("Error parsing element attribute at line
+// 3, column 7"; the column counts characters), else the failure's own text ("<path> is not a
+// file"); empty after a success. A stream that cannot go back gives the description alone.
 // Thread safety: none inside; several threads may read one document at once (XPath queries,
 // ToString and Save included) only while no thread changes it.
 //
@@ -100,11 +104,15 @@ class VANTU_API VXML : public VDataContainer {
   // Slot 38: the pugixml document, or null; valid as a node is.
   virtual pugi::xml_document* GetDocument() const;
 
+  // Why the last Load, Parse or FromString failed (see above); empty after a success.
+  VString GetLastErrorText() const;
+
  private:
   // The document, made when missing.
   pugi::xml_document& Document();
 
   pugi::xml_document* document_ = nullptr;
+  std::string lastError_;  // of the last Load, Parse or FromString
 };
 
 #endif  // VANTU_VXML_H

@@ -138,6 +138,19 @@ VANTU_API void vantu_DeleteFileFromHotFolder(void* handle, const char* path, int
  * Never call it from the hot folder's own callback. */
 VANTU_API void vantu_DisposeHotFolder(void* handle);
 
+/* As vantu_HotFolderCallback, with the handle of the hot folder that delivers the entry first,
+ * so that one function can serve several hot folders (and call vantu_DeleteFileFromHotFolder on
+ * the right one). */
+typedef int (*vantu_HotFolderHandleCallback)(void* handle, const char* path, int length,
+                                             void* userData);
+/* Replaces the hot folder's callback (the one given at creation, or set before) by `callback`
+ * with `userData` (which becomes the hot folder's user data); a NULL callback leaves none. A
+ * running hot folder takes it from its next scan on, so create without
+ * VANTU_HOTFOLDER_ACTIVATE, set it, then activate. NULL handle: nothing. */
+VANTU_API void vantu_SetHotFolderHandleCallback(void* handle,
+                                                vantu_HotFolderHandleCallback callback,
+                                                void* userData);
+
 /* ---- Events, named events, threads and shared memory --------------------------------------- */
 
 /* A manual-reset event (a VEvent), not set; NULL when it cannot be made. Set, Reset and Wait do

@@ -226,6 +226,24 @@ TEST_F(VDirectoryIteratorTest, DepthCountsTheLevelsThatMayBeEnteredAndResultsSto
   EXPECT_EQ(VDirectoryIterator(true).Iterate(VFile(dir.path().c_str()), true, nullptr, 9), 0);
 }
 
+// A callable sees what the pointer sees (the user data is unused), and its result stops the walk.
+TEST_F(VDirectoryIteratorTest, ACallableWalksAsThePointerDoes) {
+  for (const int stopAt : {-1, 0}) {
+    Visit visit(dir.path(), stopAt);
+    VDirectoryIterator walker([&visit](VFile& entry) { return Record(entry, &visit); }, true);
+    EXPECT_EQ(walker.Iterate(VFile(dir.path().c_str()), stopAt < 0, nullptr, 9),
+              stopAt < 0 ? 0 : 1);
+    std::sort(visit.paths.begin(), visit.paths.end());
+    Visit classic(dir.path(), stopAt);
+    Walk(VFile(dir.path().c_str()), true, stopAt < 0, 9, classic);
+    EXPECT_EQ(visit.paths, classic.paths);
+    EXPECT_EQ(visit.paths.size(), stopAt < 0 ? 6u : 1u);
+  }
+  EXPECT_EQ(VDirectoryIterator(VDirectoryIterator::Function(), true)
+                .Iterate(VFile(dir.path().c_str()), true, nullptr, 9),
+            0);
+}
+
 TEST_F(VDirectoryIteratorTest, LinksAreFollowedOnceAndEveryDirectoryIsEnteredOncePerWalk) {
   ASSERT_EQ(::symlink(dir.path().c_str(), (dir / "sub/deeper/loop").c_str()), 0);
   ASSERT_EQ(::symlink((dir / "a.txt").c_str(), (dir / "sub/alias").c_str()), 0);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include <vantu/VFile.h>
 #include <vantu/VHotfolder.h>
 #include <vantu/vantu.h>
@@ -52,6 +54,45 @@ TEST(FlatHotFolderTest, CreateConfigureAndDispose) {
   vantu_ConfigHotFolder(nullptr, 1, 2);
   vantu_ActivateHotFolder(nullptr, 1);
   vantu_DeleteFileFromHotFolder(nullptr, "x", 0);
+}
+
+// The handle callback: one function for several hot folders, each call naming its hot folder.
+TEST(FlatHotFolderTest, AHandleCallbackGetsTheHandleAndMayDeleteThroughIt) {
+  const TempDir dir;
+  struct Seen {
+    void* handle = nullptr;
+    std::string path;
+    int calls = 0;
+  } seen;
+  int classic = 0;
+  void* handle = vantu_CreateHotFolderEx(dir.path().c_str(), 5000, 0, Count, &classic);
+  ASSERT_NE(handle, nullptr);
+  vantu_SetHotFolderHandleCallback(
+      handle,
+      [](void* folder, const char* path, int length, void* data) {
+        auto* s = static_cast<Seen*>(data);
+        s->handle = folder;
+        s->path.assign(path, static_cast<size_t>(length));
+        ++s->calls;
+        vantu_DeleteFileFromHotFolder(folder, path, 0);
+        return 0;
+      },
+      &seen);
+  auto* folder = static_cast<VHotfolder*>(handle);
+  EXPECT_EQ(folder->GetHolfoderCbFn(), nullptr);
+  EXPECT_EQ(folder->GetUserData(), &seen);
+  const std::string file = dir.Write("f", "x");
+  folder->CheckFolderChanges();
+  EXPECT_EQ(seen.handle, handle);
+  EXPECT_EQ(seen.path, file);
+  EXPECT_FALSE(VFile(file.c_str()).Exists());
+  vantu_SetHotFolderHandleCallback(handle, nullptr, nullptr);  // no callback at all
+  dir.Write("g", "x");
+  folder->CheckFolderChanges();
+  EXPECT_EQ(seen.calls + classic, 1);
+  EXPECT_EQ(folder->GetFileList()->size(), 1u);
+  vantu_SetHotFolderHandleCallback(nullptr, nullptr, nullptr);
+  vantu_DisposeHotFolder(handle);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -349,6 +350,33 @@ TEST_F(VHotfolderTest, AnEntryRemovedBeforeItsCallbackIsNotCalledBack) {
   EXPECT_EQ(folder.GetFileList()->size(), 1u);
 }
 
+// The callable form gets the path's exact bytes; it and the pointer replace each other, a copy
+// of the hot folder calls a copy of it, and a replaced one is destroyed.
+TEST_F(VHotfolderTest, ACallableGetsThePathsBytesAndReplacesThePointer) {
+  const std::string file = dir.Write("e\xCC\x81t\xE9", "x");  // not NFC, not even UTF-8
+  std::vector<std::string> seen;
+  const auto token = std::make_shared<int>(0);
+  folder.SetCallback([&seen, token](std::string_view path) {
+    seen.emplace_back(path);
+    EXPECT_EQ(path.data()[path.size()], '\0');
+    return 0;
+  });
+  EXPECT_EQ(folder.GetHolfoderCbFn(), nullptr);
+  VHotfolder copy(folder);
+  EXPECT_EQ(token.use_count(), 3);
+  folder.CheckFolderChanges();
+  copy.CheckFolderChanges();
+  EXPECT_EQ(seen, (std::vector<std::string>{file, file}));
+  EXPECT_TRUE(delivered.Paths().empty());
+  folder.SetCallback(&Deliveries::Callback);
+  copy.SetCallback(VHotfolder::Handler());
+  EXPECT_EQ(token.use_count(), 1);
+  vantu_DeleteFileFromHotFolder(&folder, file.c_str(), 1);  // kept: delivered again
+  folder.CheckFolderChanges();
+  EXPECT_EQ(delivered.Paths(), std::vector<std::string>{file});
+  EXPECT_EQ(seen.size(), 2u);
+}
+
 // Paths longer than the system accepts are said at warning level, with the folder.
 TEST_F(VHotfolderTest, EveryStepIsTracedInTheCurrentLog) {
   const TempDir logDir;
@@ -603,6 +631,66 @@ TEST(VHotfolderConcurrencyTest, ControlFromAnotherThreadWhileScansRun) {
   churn.join();
   vantu_DisposeHotFolder(handle);
   EXPECT_GT(calls, 0);
+}
+
+// The callback replaced again and again, by a callable and by the pointer, from another thread
+// while scans run: every file is delivered exactly once, and no replaced callable is kept.
+TEST(VHotfolderConcurrencyTest, ReplacingTheCallbackWhileScansRunLosesAndRepeatsNothing) {
+  const TempDir dir;
+  struct Record {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::map<std::string, int> delivered;
+    void Add(std::string path) {
+      std::lock_guard<std::mutex> lock(mutex);
+      ++delivered[std::move(path)];
+      changed.notify_all();
+    }
+  } record;
+  const auto token = std::make_shared<int>(0);
+  const auto handler = [&record, token](std::string_view path) {
+    record.Add(std::string(path));
+    return 0;
+  };
+  const auto pointer = [](const char* path, int length, void* data) {
+    static_cast<Record*>(data)->Add(std::string(path, static_cast<size_t>(length)));
+    return 0;
+  };
+  VHotfolder folder;
+  folder.SetPath(VPath(dir.path().c_str()));
+  folder.SetTimeMilliseconds(20);
+  folder.SetWakeOnChange(true);
+  folder.SetUserData(&record);
+  folder.SetCallback(handler);
+  folder.Start();
+  std::atomic<bool> writing{true};
+  std::thread replacer([&] {
+    for (int i = 0; writing; ++i) {
+      if (i % 3 == 0) {
+        folder.SetCallback(pointer);
+      } else {
+        folder.SetCallback(handler);
+      }
+      std::this_thread::yield();
+    }
+  });
+  constexpr int kFiles = 200;
+  for (int i = 0; i < kFiles; ++i) {
+    dir.Write("f" + std::to_string(i), "x");
+    std::this_thread::sleep_for(5ms);
+  }
+  {
+    std::unique_lock<std::mutex> lock(record.mutex);
+    EXPECT_TRUE(
+        record.changed.wait_for(lock, 60s, [&] { return record.delivered.size() >= kFiles; }));
+  }
+  writing = false;
+  replacer.join();
+  folder.Stop();
+  folder.SetCallback(VHotfolder::Callback(nullptr));
+  EXPECT_EQ(token.use_count(), 2);  // this test's and the lambda's
+  EXPECT_EQ(record.delivered.size(), static_cast<size_t>(kFiles));
+  for (const auto& [path, count] : record.delivered) EXPECT_EQ(count, 1) << path;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -94,6 +95,51 @@ TEST(VTimerTest, StartOnARunningTimerDoesNotRestartIt) {
   EXPECT_FALSE(timer.GetTimer()->WaitForTick(300));
   timer.Stop();
   EXPECT_EQ(ticks, 1);
+}
+
+// The callable forms tick; a running timer's callable may be replaced from another thread and
+// from inside itself, and the replaced ones are destroyed once no tick uses them.
+TEST(VTimerTest, CallablesTickAndMayBeReplacedWhileTheTimerRuns) {
+  std::atomic<int> bare{0};
+  VPocoTimer poco;
+  poco.SetStartInterval(1);
+  poco.SetPeriodicInterval(1);
+  poco.Start([&bare] { ++bare; });
+  ASSERT_TRUE(poco.WaitForTick(5000));
+  poco.Stop();
+  EXPECT_GT(bare, 0);
+
+  VTimer timer;
+  timer.GetTimer()->SetStartInterval(1);
+  timer.SetPeriodicInterval(1);
+  const auto token = std::make_shared<int>(0);
+  std::atomic<int> first{0}, second{0};
+  const auto counting = [&first, token] { ++first; };
+  timer.SetCallback(counting);
+  timer.Start();
+  ASSERT_TRUE(timer.GetTimer()->WaitForTick(5000));
+  std::thread replacer([&] {
+    for (int i = 0; i < 200; ++i) {
+      if (i % 2 == 0) {
+        timer.SetCallback(counting);
+      } else {
+        timer.SetCallback([](void* data) { return ++*static_cast<std::atomic<int>*>(data); },
+                          &first);
+      }
+    }
+  });
+  replacer.join();
+  // A callable that replaces itself, while it runs, by one counting the second.
+  timer.SetCallback([&timer, &second, token] { timer.SetCallback([&second] { ++second; }); });
+  // A stale tick event, then the tick that may have been running the replaced callable.
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(timer.GetTimer()->WaitForTick(5000));
+  const int firstNow = first;
+  ASSERT_TRUE(timer.GetTimer()->WaitForTick(5000));
+  ASSERT_TRUE(timer.GetTimer()->WaitForTick(5000));
+  timer.Stop();
+  EXPECT_EQ(first, firstNow);
+  EXPECT_GT(second, 0);
+  EXPECT_EQ(token.use_count(), 2);  // this test's and `counting`'s
 }
 
 }  // namespace

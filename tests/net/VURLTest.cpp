@@ -202,6 +202,50 @@ TEST_F(VURLTest, EachChunkIsOfferedToCancelThenStoredAndReported) {
   }
 }
 
+// The callables are asked and told beside the call's pointers, with the same values, in every
+// later transfer; either kind stops it; one replaced from inside applies from the next transfer;
+// a copy of the object has copies of them.
+TEST_F(VURLTest, CallablesAreAskedAndToldBesideTheCallsPointers) {
+  VURL url;
+  Watch watch(&url);
+  std::vector<size_t> chunks;
+  Pairs progress;
+  size_t stopAt = SIZE_MAX;
+  bool dropProgress = false;
+  url.SetCancelFunction([&](size_t bytes) {
+    if (bytes != 0) chunks.push_back(bytes);
+    return chunks.size() == stopAt;
+  });
+  url.SetProgressFunction([&](uint64_t done, uint64_t total) {
+    progress.emplace_back(done, total);
+    if (dropProgress) url.SetProgressFunction(nullptr);
+  });
+  const std::string address = server_.Url("/bytes/300000");
+  ASSERT_EQ(url.Get(address, 30, Watch::Cancel, &watch, Watch::Progress, &watch), 0);
+  EXPECT_GT(chunks.size(), 2u);
+  EXPECT_EQ(chunks, watch.chunks);
+  EXPECT_EQ(progress, watch.progress);
+  dropProgress = true;
+  progress.clear();
+  ASSERT_EQ(Get(url, address), 0);
+  EXPECT_GT(progress.size(), 2u);  // told to the end of the transfer that removed it
+  stopAt = 2;
+  chunks.clear();
+  progress.clear();
+  EXPECT_EQ(Get(url, address), VURL::kCancelled);
+  ASSERT_EQ(chunks.size(), 2u);
+  EXPECT_TRUE(progress.empty());
+  EXPECT_EQ(Received(url).size(), chunks[0]);
+  VURL copy(url);
+  url.SetCancelFunction(nullptr);
+  chunks.clear();
+  EXPECT_EQ(Get(copy, address), VURL::kCancelled);
+  chunks.clear();
+  EXPECT_EQ(Perform(url, address, 0), 0);
+  EXPECT_TRUE(chunks.empty());
+  EXPECT_EQ(Received(url), Pattern(300000));
+}
+
 // Fourteen transfers at once, each on its own thread with its own object.
 TEST_F(VURLConcurrencyTest, ResultsOfErrorsRedirectsCutsTimeOutsAndBadAddresses) {
   using Clock = std::chrono::steady_clock;

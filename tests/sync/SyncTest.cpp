@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -131,6 +132,28 @@ TEST(VThreadTest, AFunctionMayDestroyItsOwnHandle) {
   EXPECT_TRUE(ReachesAndStays(done, kThreads));
 }
 
+// A callable body runs on the new thread and is destroyed there once it has returned; the
+// handle may go at once.
+TEST(VThreadTest, ACallableBodyRunsAndIsDestroyedOnTheThread) {
+  struct Done {
+    std::promise<void> destroyed;
+    ~Done() { destroyed.set_value(); }
+  };
+  std::promise<std::thread::id> ran;
+  auto done = std::make_shared<Done>();
+  std::future<void> destroyed = done->destroyed.get_future();
+  {
+    VThread thread;
+    thread.Start([&ran, done = std::move(done)] { ran.set_value(std::this_thread::get_id()); });
+  }
+  std::future<std::thread::id> where = ran.get_future();
+  ASSERT_EQ(where.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_NE(where.get(), std::this_thread::get_id());
+  EXPECT_EQ(destroyed.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  VThread empty;
+  empty.Start(VThread::Body());  // ends at once
+}
+
 std::vector<std::string> calls;  // "<context>:<argument>" per call
 
 VObserver* Observer(const char* context, const char* name) {
@@ -173,6 +196,26 @@ TEST(VNotificationCenterTest, PostCallsTheObserversOfThatNameInOrderAndCopiesSha
   copy = center;
   EXPECT_EQ(*copy.GetList(), *center.GetList());
   copy.GetList()->clear();  // only one of the two may delete the shared observers
+}
+
+// A callable observer gets the argument alone, in list order with the classic ones, and goes
+// with the observer.
+TEST(VNotificationCenterTest, ACallableObserverIsCalledInTurnAndOwnedByTheObserver) {
+  const auto token = std::make_shared<int>(0);
+  {
+    VNotificationCenter center;
+    auto* callable = new VObserver(new VNotification("saved"), [token](void* argument) {
+      calls.push_back(std::string("f:") + static_cast<char*>(argument));
+    });
+    EXPECT_TRUE(callable->GetCallback() == nullptr && callable->GetContext() == nullptr);
+    *center.GetList() = {Observer("a", "saved"), callable,
+                         new VObserver(new VNotification("saved"), VObserver::Function())};
+    calls.clear();
+    center.PostNotification(new VNotification("saved"), const_cast<char*>("1"));
+    EXPECT_EQ(calls, (std::vector<std::string>{"a:1", "f:1"}));
+    EXPECT_EQ(token.use_count(), 2);
+  }
+  EXPECT_EQ(token.use_count(), 1);
 }
 
 TEST(FlatSyncTest, HandlesWorkAndNullHandlesOrMissingObjectsDoNoHarm) {

@@ -14,7 +14,9 @@
 #include <pugixml.hpp>
 #include <random>
 #include <sstream>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include "support/Bytes.h"
 #include "support/TempDir.h"
@@ -112,6 +114,36 @@ TEST(VXMLTest, LoadReportsTheLibrarysTextsUnlessQuiet) {
   EXPECT_THROW(xml.Load(in), VantuXMLElementException);
   EXPECT_FALSE(xml.FromString("<a></b>"));
   EXPECT_EQ(xml.Parse("<a"), -1);
+}
+
+// The last error in words: pugixml's description with the line and the column (in characters)
+// of its offset, whatever the document's encoding; empty after a success.
+TEST(VXMLTest, TheLastErrorTextSaysWhatAndWhere) {
+  using namespace std::string_literals;
+  const std::string broken = "<r>\n  <a>\n    <b c=></b>\n</r>";
+  std::string utf16 = "\xFF\xFE"s;
+  for (const char c : broken) utf16 += std::string{c, '\0'};
+  const std::pair<std::string, std::string> cases[] = {
+      {broken, "Error parsing element attribute at line 3, column 10"},
+      {utf16, "Error parsing element attribute at line 3, column 10"},
+      {"\xEF\xBB\xBF<r>\xC3\xA9\xF0\x9F\x98\x80</x>",
+       "Start-end tags mismatch at line 1, column 8"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?>\n<r>\xE9\xE9</x>",
+       "Start-end tags mismatch at line 2, column 8"},
+      {"<r/>", ""},
+  };
+  vantu::test::TempDir dir;
+  VXML xml;  // the success comes last: it clears the text
+  for (const auto& [text, expected] : cases) {
+    EXPECT_EQ(xml.Parse(text) == 0, expected.empty());
+    EXPECT_EQ(xml.GetLastErrorText().GetString(), expected) << "Parse " << text;
+    EXPECT_EQ(xml.FromString(text), expected.empty());
+    EXPECT_EQ(xml.GetLastErrorText().GetString(), expected) << "FromString " << text;
+    EXPECT_EQ(xml.Load(dir.Write("case.xml", text), true), expected.empty());
+    EXPECT_EQ(xml.GetLastErrorText().GetString(), expected) << "Load " << text;
+  }
+  EXPECT_FALSE(xml.Load(dir.path() + "/", true));
+  EXPECT_EQ(xml.GetLastErrorText().GetString(), dir.path() + "/ is not a file");
 }
 
 TEST(VXMLTest, ElementOperationsWalkAndEditTheTree) {
