@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 
+#include "internal/Crc32.h"
 #include "internal/PathText.h"
 #include "platform/Descriptor.h"
 #include "platform/Platform.h"

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "internal/Crc32.h"
 #include "internal/PathText.h"
 #include "internal/TextConversion.h"
 #include "platform/Descriptor.h"

@@ -4,13 +4,13 @@
 
 #include <Poco/DateTime.h>
 #include <Poco/Timestamp.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <fstream>
 #include <set>
 #include <system_error>
 
+#include "internal/Crc32.h"
 #include "internal/TextConversion.h"
 #include "internal/Utf.h"
 #include "platform/Platform.h"
@@ -92,9 +92,8 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
                                    : static_cast<long long>(time);
     } else if (tag == 0x7075 && length >= 5 && data[0] == 1) {
       const uint32_t nameCrc = Get32(data + 1);
-      const auto crc = static_cast<uint32_t>(crc32(
-          0, reinterpret_cast<const Bytef*>(rawName.data()), static_cast<uInt>(rawName.size())));
-      if (crc == nameCrc) unicodeName.assign(reinterpret_cast<const char*>(data + 5), length - 5);
+      if (Crc32(0, rawName.data(), rawName.size()) == nameCrc)
+        unicodeName.assign(reinterpret_cast<const char*>(data + 5), length - 5);
     }
     extra += 4 + length;
     size -= 4 + length;
