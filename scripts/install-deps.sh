@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config clang clang-format libclang-rt-14-dev
   libpoco-dev libutf8proc-dev libpugixml-dev libminizip-dev
-  libcurl4-openssl-dev zlib1g-dev libbz2-dev liblzma-dev libzstd-dev
+  libcurl4-openssl-dev zlib1g-dev libbz2-dev liblzma-dev libzstd-dev libdeflate-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   unicode-data locales
   ca-certificates curl openssl

@@ -1,11 +1,9 @@
 #include <vantu/VChecksum.h>
 
-#include <Poco/Checksum.h>
-
-#include <algorithm>
+#include "internal/Crc32.h"
 
 struct VChecksum::State {
-  Poco::Checksum crc{Poco::Checksum::TYPE_CRC32};
+  uint32_t crc = 0;
 };
 
 VChecksum::VChecksum() : state_(std::make_unique<State>()) {}
@@ -20,14 +18,7 @@ VChecksum& VChecksum::operator=(const VChecksum& other) {
 VChecksum::~VChecksum() = default;
 
 void VChecksum::Update(const void* data, size_t size) {
-  // Poco::Checksum takes 32-bit lengths.
-  const char* bytes = static_cast<const char*>(data);
-  while (size > 0) {
-    const size_t chunk = std::min<size_t>(size, 1u << 30);
-    state_->crc.update(bytes, static_cast<unsigned>(chunk));
-    bytes += chunk;
-    size -= chunk;
-  }
+  state_->crc = vantu::internal::Crc32(state_->crc, data, size);
 }
 
-uint32_t VChecksum::Checksum() const { return state_->crc.checksum(); }
+uint32_t VChecksum::Checksum() const { return state_->crc; }

@@ -10,10 +10,10 @@ namespace vantu::platform {
 // Whether no one is still writing the file; see VFile::IsAvailable.
 bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrite);
 
-// The file opened for reading in binary mode (closed on exec) when IsFileAvailable(path, false,
-// false) would say so, else null. The test and the reading use one descriptor, so whatever
+// The file opened for reading (a descriptor, closed on exec) when IsFileAvailable(path, false,
+// false) would say so, else -1. The test and the reading use one descriptor, so whatever
 // replaces the file at that path afterwards (a FIFO that would block, another file) is not read.
-std::FILE* OpenAvailableForReading(const std::string& path);
+int OpenAvailableForReadingFd(const std::string& path);
 
 }  // namespace vantu::platform
 

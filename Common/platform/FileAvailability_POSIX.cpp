@@ -131,13 +131,10 @@ bool IsFileAvailable(const std::string& path, bool requireNonEmpty, bool forWrit
   return fd.get() >= 0;
 }
 
-std::FILE* OpenAvailableForReading(const std::string& path) {
+int OpenAvailableForReadingFd(const std::string& path) {
   const int fd = OpenIfAvailable(path, false, false);
-  if (fd < 0) return nullptr;
-  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-  std::FILE* stream = ::fdopen(fd, "rb");
-  if (stream == nullptr) ::close(fd);
-  return stream;
+  if (fd >= 0) ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
 }
 
 }  // namespace vantu::platform

@@ -22,6 +22,14 @@ int CreateNewFile(const std::string& path, unsigned mode);
 // several threads on one descriptor.
 size_t ReadAt(int fd, void* buffer, size_t size, unsigned long long offset);
 void WriteAll(int fd, const void* buffer, size_t size);
+// Opens an existing regular file for reading and writing in place (closed on exec), without
+// following a symbolic link (ELOOP) and failing on anything but a regular file, as
+// OpenForReadingFd does.
+int OpenForUpdateFd(const std::string& path);
+// Writes all `size` bytes at `offset`.
+void WriteAt(int fd, const void* buffer, size_t size, unsigned long long offset);
+// Cuts or extends the file to `size` bytes.
+void SetFileSize(int fd, unsigned long long size);
 unsigned long long GetFileSize(int fd);
 // Sets the modification (and access) time, and the permission bits unless `mode` is 0.
 void SetFileTimeAndMode(int fd, long long modifiedSeconds, unsigned mode);

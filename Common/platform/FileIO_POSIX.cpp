@@ -77,6 +77,37 @@ void WriteAll(int fd, const void* buffer, size_t size) {
   }
 }
 
+int OpenForUpdateFd(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) ThrowErrno(path);
+  Descriptor guard(fd);
+  struct stat info;
+  if (::fstat(fd, &info) != 0) ThrowErrno(path);
+  if (!S_ISREG(info.st_mode)) throw std::system_error(0, NotRegularFileCategory(), path);
+  if (::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK) != 0) ThrowErrno(path);
+  return guard.release();
+}
+
+void WriteAt(int fd, const void* buffer, size_t size, unsigned long long offset) {
+  const char* p = static_cast<const char*>(buffer);
+  while (size > 0) {
+    const ssize_t n = ::pwrite(fd, p, size, static_cast<off_t>(offset));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ThrowErrno("write");
+    }
+    p += n;
+    offset += static_cast<unsigned long long>(n);
+    size -= static_cast<size_t>(n);
+  }
+}
+
+void SetFileSize(int fd, unsigned long long size) {
+  while (::ftruncate(fd, static_cast<off_t>(size)) != 0) {
+    if (errno != EINTR) ThrowErrno("truncate");
+  }
+}
+
 unsigned long long GetFileSize(int fd) {
   struct stat info;
   if (::fstat(fd, &info) != 0) ThrowErrno("fstat");

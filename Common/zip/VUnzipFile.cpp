@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "internal/Crc32.h"
 #include "internal/PathText.h"
 #include "platform/Descriptor.h"
 #include "platform/FileIO.h"

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
@@ -16,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "internal/Crc32.h"
 #include "internal/PathText.h"
 #include "internal/TextConversion.h"
 #include "platform/Descriptor.h"
@@ -100,6 +102,94 @@ std::string LastComponent(std::string path) {
   return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// An archive being appended to in place, as the archive writer sees it. The bytes before the old
+// central directory (`split`) are the archive's own and are only read; from there on everything
+// is read from and written to a side file at the same offsets (a sparse file that starts with a
+// copy of the old directory), so the archive itself stays as it was until Close copies the new
+// part over its old directory.
+class AppendView {
+ public:
+  AppendView(int archive, int side, uint64_t split, uint64_t size)
+      : archive_(archive), side_(side), split_(split), size_(size) {}
+
+  int archive() const { return archive_.get(); }
+  int side() const { return side_.get(); }
+
+  // The functions through which the archive writer reaches the view.
+  zlib_filefunc64_def Functions() {
+    zlib_filefunc64_def functions{};
+    functions.zopen64_file = [](voidpf opaque, const void*, int) -> voidpf { return opaque; };
+    functions.zread_file = [](voidpf, voidpf view, void* buffer, uLong size) -> uLong {
+      return static_cast<AppendView*>(view)->Read(buffer, size);
+    };
+    functions.zwrite_file = [](voidpf, voidpf view, const void* buffer, uLong size) -> uLong {
+      return static_cast<AppendView*>(view)->Write(buffer, size);
+    };
+    functions.ztell64_file = [](voidpf, voidpf view) -> ZPOS64_T {
+      return static_cast<AppendView*>(view)->position_;
+    };
+    functions.zseek64_file = [](voidpf, voidpf view, ZPOS64_T offset, int origin) -> long {
+      auto* self = static_cast<AppendView*>(view);
+      const uint64_t base = origin == ZLIB_FILEFUNC_SEEK_SET   ? 0
+                            : origin == ZLIB_FILEFUNC_SEEK_CUR ? self->position_
+                                                               : self->size_;
+      self->position_ = base + offset;
+      return 0;
+    };
+    functions.zclose_file = [](voidpf, voidpf) -> int { return 0; };
+    functions.zerror_file = [](voidpf, voidpf view) -> int {
+      return static_cast<AppendView*>(view)->failed_ ? 1 : 0;
+    };
+    functions.opaque = this;
+    return functions;
+  }
+
+ private:
+  uLong Read(void* buffer, uLong size) {
+    auto* out = static_cast<char*>(buffer);
+    uLong done = 0;
+    try {
+      while (done < size && position_ < size_) {
+        const bool own = position_ < split_;
+        const uint64_t limit = own ? split_ : size_;
+        const auto piece = static_cast<size_t>(std::min<uint64_t>(size - done, limit - position_));
+        const size_t n =
+            platform::ReadAt(own ? archive_.get() : side_.get(), out + done, piece, position_);
+        done += n;
+        position_ += n;
+        if (n < piece) break;
+      }
+    } catch (const std::system_error&) {
+      failed_ = true;
+    }
+    return done;
+  }
+
+  uLong Write(const void* buffer, uLong size) {
+    // The archive's own bytes are never written.
+    if (position_ < split_) {
+      failed_ = true;
+      return 0;
+    }
+    try {
+      platform::WriteAt(side_.get(), buffer, size, position_);
+    } catch (const std::system_error&) {
+      failed_ = true;
+      return 0;
+    }
+    position_ += size;
+    size_ = std::max(size_, position_);
+    return size;
+  }
+
+  platform::Descriptor archive_;
+  platform::Descriptor side_;
+  uint64_t split_;
+  uint64_t size_;
+  uint64_t position_ = 0;
+  bool failed_ = false;
+};
+
 }  // namespace
 
 class VZipFile::Impl {
@@ -123,9 +213,20 @@ class VZipFile::Impl {
     names_.clear();
     zstdNames_.clear();
     broken_ = false;
+    wrote_ = false;
     uncaughtAtOpen_ = std::uncaught_exceptions();
     platform::FileStatus status;
     const bool exists = append && platform::GetFileStatus(final_, true, status);
+    // An archive is appended to in place; one that cannot be written in place (a symbolic link,
+    // which is replaced rather than followed, or a file without write permission) is copied.
+    int update = -1;
+    if (exists) {
+      try {
+        update = platform::OpenForUpdateFd(final_);
+      } catch (const std::system_error&) {
+      }
+    }
+    platform::Descriptor updateCloser(update);
     const int fd = CreateTemporaryFile();
     try {
       const platform::Descriptor closer(fd);
@@ -136,13 +237,23 @@ class VZipFile::Impl {
       }
       if (exists) {
         const ArchiveFile existing(final_);
-        for (ZipRecord& record : ReadCentralDirectory(existing)) names_.insert(record.name);
+        for (ZipRecord& record : ReadCentralDirectory(existing, &old_)) names_.insert(record.name);
+        // In place, the side file starts with the old directory at its own offsets; otherwise
+        // the temporary file starts as a copy of the whole archive.
+        const uint64_t start = update >= 0 ? old_.start : 0;
         std::string buffer(kPiece, '\0');
-        for (uint64_t offset = 0;;) {
+        for (uint64_t offset = start;;) {
           const size_t n = existing.ReadSome(&buffer[0], buffer.size(), offset);
           if (n == 0) break;
-          platform::WriteAll(fd, buffer.data(), n);
+          platform::WriteAt(fd, buffer.data(), n, offset);
           offset += n;
+        }
+        if (update >= 0) {
+          oldSize_ = existing.Size();
+          // The side file is read back as well as written.
+          platform::Descriptor side(platform::OpenForUpdateFd(temp_));
+          view_ =
+              std::make_unique<AppendView>(updateCloser.release(), side.release(), start, oldSize_);
         }
       }
     } catch (const std::system_error& error) {
@@ -152,8 +263,14 @@ class VZipFile::Impl {
       platform::RemovePath(temp_);
       throw;
     }
-    zip_ = zipOpen64(temp_.c_str(), exists ? APPEND_STATUS_ADDINZIP : APPEND_STATUS_CREATE);
+    if (view_) {
+      zlib_filefunc64_def functions = view_->Functions();
+      zip_ = zipOpen2_64(temp_.c_str(), APPEND_STATUS_ADDINZIP, nullptr, &functions);
+    } else {
+      zip_ = zipOpen64(temp_.c_str(), exists ? APPEND_STATUS_ADDINZIP : APPEND_STATUS_CREATE);
+    }
     if (zip_ == nullptr) {
+      view_.reset();
       platform::RemovePath(temp_);
       throw VantuIOException("Cannot write the archive \"" + final_ + "\"");
     }
@@ -169,11 +286,19 @@ class VZipFile::Impl {
       // The archive writer's end record counts 65,535 entries at most.
       AddZip64EndRecords(temp_);
       PatchEntryMethods(temp_, zstdNames_, kZipZstd);
-      platform::RenamePath(temp_, final_);
+      if (view_) {
+        if (wrote_) CommitInPlace();
+        view_.reset();
+        platform::RemovePath(temp_);
+      } else {
+        platform::RenamePath(temp_, final_);
+      }
     } catch (const std::system_error& error) {
+      view_.reset();
       platform::RemovePath(temp_);
       ThrowFileError(error, "Cannot write the archive \"" + final_ + "\"");
     } catch (...) {
+      view_.reset();
       platform::RemovePath(temp_);
       throw;
     }
@@ -262,6 +387,44 @@ class VZipFile::Impl {
   }
 
  private:
+  // Puts the side file's new part (entries, directory and end records, from the old directory's
+  // offset on) into the archive. Every step leaves an archive that reads completely: first a copy
+  // of the old directory with its own end records goes past both the old and the new end, so the
+  // old entries stay listed while the new part is copied over the old directory; cutting the file
+  // at the new end then makes the new directory the last one.
+  void CommitInPlace() {
+    const int archive = view_->archive();
+    const uint64_t newSize = platform::GetFileSize(view_->side());
+    const uint64_t at = std::max(oldSize_, newSize);
+    std::string tail(static_cast<size_t>(old_.size), '\0');
+    if (platform::ReadAt(archive, &tail[0], tail.size(), old_.start) != tail.size()) {
+      throw VantuIOException("The archive \"" + final_ + "\" changed while it was appended to");
+    }
+    tail += EndRecords(old_.count, old_.size, at - old_.shift, at + old_.size - old_.shift,
+                       old_.comment);
+    try {
+      platform::WriteAt(archive, tail.data(), tail.size(), at);
+    } catch (...) {
+      try {
+        platform::SetFileSize(archive, oldSize_);
+      } catch (...) {
+      }
+      throw;
+    }
+    if (g_appendStepHook) g_appendStepHook(1);
+    std::string buffer(kPiece, '\0');
+    for (uint64_t offset = old_.start; offset < newSize;) {
+      const size_t n = platform::ReadAt(
+          view_->side(), &buffer[0],
+          static_cast<size_t>(std::min<uint64_t>(kPiece, newSize - offset)), offset);
+      if (n == 0) throw VantuIOException("Cannot read the new part of \"" + final_ + "\"");
+      platform::WriteAt(archive, buffer.data(), n, offset);
+      offset += n;
+    }
+    if (g_appendStepHook) g_appendStepHook(2);
+    platform::SetFileSize(archive, newSize);
+  }
+
   void CheckUsable() const {
     if (zip_ == nullptr) throw VantuInvalidArgumentException("VZipFile: no archive is open");
     if (broken_)
@@ -368,6 +531,7 @@ class VZipFile::Impl {
         level_ < 0 ? Z_DEFAULT_COMPRESSION : level_, 1, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY, nullptr,
         0, kVersionMadeBy, IsValidUtf8(item.name) ? kZipFlagUtf8 : 0, zip64 ? 1 : 0);
     if (rc != ZIP_OK) Fail(item.name);
+    wrote_ = true;
     if (method == kZipZstd) zstdNames_.push_back(item.name);
   }
 
@@ -544,6 +708,10 @@ class VZipFile::Impl {
   std::string final_;
   std::string temp_;
   bool broken_ = false;
+  bool wrote_ = false;                       // an entry was begun since Open
+  std::unique_ptr<AppendView> view_;         // appending in place
+  ZipDirectoryPlace old_;                    // the existing archive's directory
+  uint64_t oldSize_ = 0;                     // and its size
   int uncaughtAtOpen_ = 0;                   // exceptions in flight when Open ran
   std::vector<platform::FileIdentity> own_;  // the archive's files
   uint16_t method_ = kZipDeflate;

@@ -1,5 +1,5 @@
-// VChecksum: the CRC-32 of a stream of bytes (the reflected CRC-32 of zlib and PNG), over
-// POCO's Poco::Checksum. The checksum of no bytes is 0; "123456789" gives 0xCBF43926.
+// VChecksum: the CRC-32 of a stream of bytes (the reflected CRC-32 of zlib, PNG and zip),
+// computed with libdeflate. The checksum of no bytes is 0; "123456789" gives 0xCBF43926.
 //
 // Thread safety: none inside; one object per thread.
 #ifndef VANTU_VCHECKSUM_H

@@ -1,12 +1,17 @@
 // VZipFile: writes a zip archive: files, memory buffers and whole directory trees.
 //
 // Open (or the constructor) creates the archive, or with `append` adds to an existing one (an
-// archive that does not exist yet is created). The archive is written beside its final name
-// under a temporary name and takes that name only when Close succeeds, so an existing archive
-// is never left half-written; appending copies the existing archive first. Close writes the
-// central directory and throws when any part could not be written; the destructor closes too
-// but cannot report a failure (and then leaves the previous file untouched). A VZipFile
-// destroyed by an exception thrown after Open discards its archive instead.
+// archive that does not exist yet is created). A new archive is written beside its final name
+// under a temporary name and takes that name only when Close succeeds. Appending gathers the new
+// entries in a temporary file beside the archive and Close writes them into the archive itself,
+// over its old central directory, then the new directory: until Close has written all of it, the
+// archive reads as it was (a process stopped in between leaves the old entries readable, after
+// some unused bytes). An archive that cannot be written in place (a symbolic link, which is
+// replaced rather than followed, or a file without write permission) is copied and replaced as a
+// new one is. So an existing archive is never left half-written. Close writes the central
+// directory and throws when any part could not be written; the destructor closes too but cannot
+// report a failure (and then leaves the previous file untouched). A VZipFile destroyed by an
+// exception thrown after Open discards what it added instead.
 //
 // Entries are compressed with deflate (level 6) unless SetMethod chooses store or zstd (method
 // 93, level 3 by default, read by few other tools); a file of up to 8 MiB that compression

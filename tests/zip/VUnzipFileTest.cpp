@@ -1,5 +1,6 @@
 #include <vantu/VException.h>
 #include <vantu/VUnzipFile.h>
+#include <vantu/VZipFile.h>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -49,6 +51,30 @@ RawEntry Entry(const std::string& name, const std::string& content, bool deflate
   RawEntry entry{name, deflated ? Deflate(content) : content, method, Crc(content), content.size()};
   entry.external = external;
   return entry;
+}
+
+// Times come from the "UT" field where an entry has one (before 1970 and after 2038 too), else
+// from the MS-DOS local time.
+TEST(VUnzipFileTest, ListsTimesFromTheExtendedFieldOrTheDosTime) {
+  TempDir dir;
+  const std::vector<long long> times = {-315619200, 0,          1600000001,
+                                        0x7FFFFFFF, 0x80000000, 4000000000};
+  {
+    VZipFile zip(dir / "t.zip");
+    for (long long t : times) zip.AddBuffer("x", 1, std::to_string(t), VTimestamp(t * 1000000));
+  }
+  std::tm local{};  // BuildZip's MS-DOS time: 2024-01-01 00:00 local time
+  local.tm_year = 124;
+  local.tm_mday = 1;
+  local.tm_isdst = -1;
+  const std::time_t dos = std::mktime(&local);
+  dir.Write("d.zip", BuildZip({Entry("dos.txt", "d")}));
+  const VUnzipFile unzip(dir / "t.zip");
+  ASSERT_EQ(unzip.GetEntryCount(), times.size());
+  for (size_t i = 0; i < times.size(); ++i) {
+    EXPECT_EQ(unzip.GetEntries()[i].modified.EpochTime(), times[i]);
+  }
+  EXPECT_EQ(VUnzipFile(dir / "d.zip").GetEntries().at(0).modified.EpochTime(), dos);
 }
 
 TEST(VUnzipFileTest, ReadsWhatOtherToolsWrite) {

@@ -1,8 +1,11 @@
 #include <vantu/VException.h>
+#include <vantu/VRandom.h>
 #include <vantu/VUnzipFile.h>
 #include <vantu/VZipFile.h>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <stdexcept>
@@ -10,6 +13,7 @@
 #include <tuple>
 
 #include "zip/ZipTestSupport.h"
+#include "zip/internal/ZipFormat.h"
 
 using namespace vantu::test;
 
@@ -132,6 +136,63 @@ TEST(VZipFileTest, AppendsToAnArchiveOfAnotherTool) {
   std::string output;
   ASSERT_EQ(Python(kPythonTest, dir / "a.zip", &output), 0) << output;
   EXPECT_EQ(output, "one.txt\nsub/two.txt\n");
+}
+
+// Appending writes into the archive itself (the same file, not a copy). A process that stops at
+// any step of it leaves an archive that opens with its old entries and passes other tools' tests,
+// and the next append completes on it.
+int g_stopAtStep = 0;
+
+TEST(VZipFileTest, AppendsInPlaceAndAStopAtAnyStepLeavesTheOldArchive) {
+  TempDir dir;
+  const std::string archive = dir / "a.zip";
+  {
+    VZipFile zip(archive);
+    for (int i = 0; i < 300; ++i) zip.AddBuffer("x", 1, "old/" + std::to_string(i));
+  }
+  // Larger than the old directory and than the 64 KiB in which readers look for the end.
+  std::string noise(200000, '\0');
+  VRandom(5).NextBytes(&noise[0], noise.size());
+  auto check = [](const std::string& path, size_t entries, const std::string& last) {
+    const VUnzipFile unzip(path);
+    ASSERT_EQ(unzip.GetEntryCount(), entries) << path;
+    EXPECT_EQ(unzip.GetEntries().back().name.GetString(), last);
+    unzip.Test();
+    std::string output;
+    EXPECT_EQ(Shell("unzip -tq " + path, &output), 0) << output;
+  };
+  const auto size = std::filesystem::file_size(archive);
+  for (int step : {1, 2}) {
+    SCOPED_TRACE(step);
+    const std::string copy = dir / ("step" + std::to_string(step) + ".zip");
+    std::filesystem::copy_file(archive, copy);
+    g_stopAtStep = step;
+    EXPECT_FALSE(InChild([&] {
+      vantu::internal::g_appendStepHook = [](int at) {
+        if (at == g_stopAtStep) ::_exit(3);
+      };
+      VZipFile zip(copy, true);
+      zip.AddBuffer(noise.data(), noise.size(), "new.bin");
+      zip.Close();
+      return true;
+    }));
+    EXPECT_GT(std::filesystem::file_size(copy), size);  // stopped inside the append
+    check(copy, 300, "old/299");
+    VZipFile zip(copy, true);
+    zip.AddBuffer("late", 4, "late.txt");
+    zip.Close();
+    check(copy, 301, "late.txt");
+  }
+  struct stat before;
+  ASSERT_EQ(::stat(archive.c_str(), &before), 0);
+  VZipFile zip(archive, true);
+  zip.AddBuffer(noise.data(), noise.size(), "new.bin");
+  zip.Close();
+  struct stat after;
+  ASSERT_EQ(::stat(archive.c_str(), &after), 0);
+  EXPECT_EQ(after.st_ino, before.st_ino);
+  check(archive, 301, "new.bin");
+  EXPECT_EQ(VUnzipFile(archive).Read("new.bin"), noise);
 }
 
 TEST(VZipFileTest, RefusesBadRequestsAndReportsArchivesThatCannotBeWritten) {

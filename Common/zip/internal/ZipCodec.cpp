@@ -266,17 +266,6 @@ class ZstdEncoder : public ZipEncoder {
 
 }  // namespace
 
-uint32_t Crc32(uint32_t crc, const void* data, size_t size) {
-  const auto* p = static_cast<const Bytef*>(data);
-  while (size > 0) {
-    const size_t piece = std::min(size, kMaxPiece);
-    crc = static_cast<uint32_t>(crc32(crc, p, static_cast<uInt>(piece)));
-    p += piece;
-    size -= piece;
-  }
-  return crc;
-}
-
 std::unique_ptr<ZipDecoder> ZipDecoder::Create(uint16_t method, bool lzmaEndMarker, uint64_t size) {
   switch (method) {
     case 0:

@@ -1,5 +1,5 @@
 // Compression and decompression of zip entry data, one class per direction over zlib, libbz2,
-// liblzma and libzstd, and the CRC-32 the format checks.
+// liblzma and libzstd.
 #ifndef VANTU_ZIP_INTERNAL_ZIPCODEC_H
 #define VANTU_ZIP_INTERNAL_ZIPCODEC_H
 
@@ -9,8 +9,6 @@
 #include <string>
 
 namespace vantu::internal {
-
-uint32_t Crc32(uint32_t crc, const void* data, size_t size);
 
 // Turns an entry's compressed bytes back into its content, piece by piece.
 class ZipDecoder {

@@ -4,13 +4,13 @@
 
 #include <Poco/DateTime.h>
 #include <Poco/Timestamp.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <fstream>
 #include <set>
 #include <system_error>
 
+#include "internal/Crc32.h"
 #include "internal/TextConversion.h"
 #include "internal/Utf.h"
 #include "platform/FileIO.h"
@@ -66,10 +66,11 @@ std::string FromCodePage437(const std::string& bytes) {
 }
 
 // Applies the extra fields of a central record: ZIP64 sizes and offset, the "UT" time and the
-// Info-ZIP Unicode path.
-void ReadExtraFields(const unsigned char* extra, size_t size, const std::string& rawName,
-                     uint32_t size32, uint32_t compressed32, uint32_t offset32, ZipRecord& record,
-                     std::string& unicodeName) {
+// Info-ZIP Unicode path. Returns whether a "UT" time was found.
+bool ReadExtraFields(const unsigned char* extra, size_t size, const std::string& rawName,
+                     uint32_t size32, uint32_t compressed32, uint32_t offset32, uint32_t dosTime,
+                     ZipRecord& record, std::string& unicodeName) {
+  bool timed = false;
   while (size >= 4) {
     const uint16_t tag = Get16(extra);
     const uint16_t length = Get16(extra + 2);
@@ -86,20 +87,24 @@ void ReadExtraFields(const unsigned char* extra, size_t size, const std::string&
       if (compressed32 == 0xFFFFFFFF) next(record.compressedSize);
       if (offset32 == 0xFFFFFFFF) next(record.localOffset);
     } else if (tag == 0x5455 && length >= 5 && (data[0] & 1)) {
-      // A signed 32-bit time; where the MS-DOS time says 2038 or later, an unsigned one.
+      // A signed 32-bit time; where the MS-DOS time says 2038 or later, an unsigned one. Only
+      // values with the top bit set need the MS-DOS time (and its time-zone conversion).
       const uint32_t time = Get32(data + 1);
-      record.modifiedSeconds = record.modifiedSeconds < 0x7FFFFFFF
-                                   ? static_cast<long long>(static_cast<int32_t>(time))
-                                   : static_cast<long long>(time);
+      record.modifiedSeconds =
+          time < 0x80000000u ||
+                  (timed ? record.modifiedSeconds : SecondsFromDosTime(dosTime)) >= 0x7FFFFFFF
+              ? static_cast<long long>(time)
+              : static_cast<long long>(static_cast<int32_t>(time));
+      timed = true;
     } else if (tag == 0x7075 && length >= 5 && data[0] == 1) {
       const uint32_t nameCrc = Get32(data + 1);
-      const auto crc = static_cast<uint32_t>(crc32(
-          0, reinterpret_cast<const Bytef*>(rawName.data()), static_cast<uInt>(rawName.size())));
-      if (crc == nameCrc) unicodeName.assign(reinterpret_cast<const char*>(data + 5), length - 5);
+      if (Crc32(0, rawName.data(), rawName.size()) == nameCrc)
+        unicodeName.assign(reinterpret_cast<const char*>(data + 5), length - 5);
     }
     extra += 4 + length;
     size -= 4 + length;
   }
+  return timed;
 }
 
 // Where the end of central directory record starts: in the last 22 + 65535 bytes (its comment
@@ -163,7 +168,9 @@ unsigned ZipRecord::UnixMode() const {
   return (madeBy >> 8) == kMadeByUnix ? (externalAttributes >> 16) & 0777 : 0;
 }
 
-std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
+void (*g_appendStepHook)(int step) = nullptr;
+
+std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file, ZipDirectoryPlace* place) {
   const uint64_t endOffset = FindEndRecord(file);
   unsigned char e[kEndSize];
   file.Read(e, kEndSize, endOffset);
@@ -205,6 +212,14 @@ std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
   const uint64_t shift = directoryEnd - directorySize - directoryOffset;
   const uint64_t directoryStart = directoryOffset + shift;
   if (count > directorySize / kCentralHeaderSize) Corrupt("entry count exceeds the directory");
+  if (place != nullptr) {
+    place->start = directoryStart;
+    place->size = directorySize;
+    place->count = count;
+    place->shift = shift;
+    place->comment.resize(Get16(e + 20));
+    file.Read(&place->comment[0], place->comment.size(), endOffset + kEndSize);
+  }
 
   std::vector<unsigned char> directory(static_cast<size_t>(directorySize));
   file.Read(directory.data(), directory.size(), directoryStart);
@@ -231,11 +246,12 @@ std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file) {
     record.externalAttributes = Get32(r + 38);
     record.localOffset = Get32(r + 42);
     record.recordOffset = directoryStart + at;
-    record.modifiedSeconds = SecondsFromDosTime(dosTime);
     const std::string rawName(reinterpret_cast<const char*>(r + kCentralHeaderSize), nameSize);
     std::string unicodeName;
-    ReadExtraFields(r + kCentralHeaderSize + nameSize, extraSize, rawName, Get32(r + 24),
-                    Get32(r + 20), Get32(r + 42), record, unicodeName);
+    if (!ReadExtraFields(r + kCentralHeaderSize + nameSize, extraSize, rawName, Get32(r + 24),
+                         Get32(r + 20), Get32(r + 42), dosTime, record, unicodeName)) {
+      record.modifiedSeconds = SecondsFromDosTime(dosTime);
+    }
     if ((record.flags & kZipFlagUtf8) || (unicodeName.empty() && IsValidUtf8(rawName))) {
       record.name = rawName;
     } else if (!unicodeName.empty()) {
@@ -364,6 +380,38 @@ std::string ExtendedTimestampField(long long epochSeconds) {
   return field;
 }
 
+std::string EndRecords(uint64_t count, uint64_t directorySize, uint64_t directoryOffset,
+                       uint64_t at, const std::string& comment) {
+  std::string tail;
+  auto put = [&tail](uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) tail.push_back(static_cast<char>(value >> (8 * i)));
+  };
+  if (count >= 0xFFFF || directorySize >= 0xFFFFFFFF || directoryOffset >= 0xFFFFFFFF) {
+    put(kEnd64Signature, 4);
+    put(kEnd64Size - 12, 8);  // the size of the rest of the record
+    put(45, 2);               // made by and needed: version 4.5, the first with ZIP64
+    put(45, 2);
+    put(0, 8);  // this disk and the directory's disk
+    put(count, 8);
+    put(count, 8);
+    put(directorySize, 8);
+    put(directoryOffset, 8);
+    put(kEnd64LocatorSignature, 4);
+    put(0, 4);
+    put(at, 8);
+    put(1, 4);  // disks in all
+  }
+  put(kEndSignature, 4);
+  put(0, 4);  // this disk and the directory's disk
+  put(std::min<uint64_t>(count, 0xFFFF), 2);
+  put(std::min<uint64_t>(count, 0xFFFF), 2);
+  put(std::min<uint64_t>(directorySize, 0xFFFFFFFF), 4);
+  put(std::min<uint64_t>(directoryOffset, 0xFFFFFFFF), 4);
+  put(comment.size(), 2);
+  tail += comment;
+  return tail;
+}
+
 void AddZip64EndRecords(const std::string& path) {
   uint64_t endOffset = 0;
   std::vector<unsigned char> end;  // the end record with its comment
@@ -391,24 +439,9 @@ void AddZip64EndRecords(const std::string& path) {
             Get16(&directory[at + 32]);
     }
   }
-  std::string tail;
-  auto put = [&tail](uint64_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) tail.push_back(static_cast<char>(value >> (8 * i)));
-  };
-  put(kEnd64Signature, 4);
-  put(kEnd64Size - 12, 8);  // the size of the rest of the record
-  put(45, 2);               // made by and needed: version 4.5, the first with ZIP64
-  put(45, 2);
-  put(0, 8);  // this disk and the directory's disk
-  put(count, 8);
-  put(count, 8);
-  put(Get32(&end[12]), 8);
-  put(Get32(&end[16]), 8);
-  put(kEnd64LocatorSignature, 4);
-  put(0, 4);
-  put(endOffset, 8);
-  put(1, 4);  // disks in all
-  tail.append(end.begin(), end.end());
+  const std::string tail =
+      EndRecords(count, Get32(&end[12]), Get32(&end[16]), endOffset,
+                 std::string(reinterpret_cast<const char*>(&end[kEndSize]), end.size() - kEndSize));
   std::fstream stream(path, std::ios::in | std::ios::out | std::ios::binary);
   stream.seekp(static_cast<std::streamoff>(endOffset)).write(tail.data(), tail.size());
   stream.close();

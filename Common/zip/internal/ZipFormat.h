@@ -64,10 +64,27 @@ struct ZipRecord {
   unsigned UnixMode() const;
 };
 
-// Reads the central directory. Archives with bytes before them (self-extractors) are read with
-// their offsets shifted. Throws VantuDataException when the file is not a zip archive, when the
-// directory is truncated or inconsistent, or when two entries' data overlap.
-std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file);
+// Where the central directory lies, and what follows it.
+struct ZipDirectoryPlace {
+  uint64_t start = 0;  // where the first record starts in the file
+  uint64_t size = 0;   // the records' bytes
+  uint64_t count = 0;
+  uint64_t shift = 0;   // bytes before the archive (a self-extractor's program)
+  std::string comment;  // the archive's comment
+};
+
+// Reads the central directory (and where it lies, into `place`). Archives with bytes before
+// them (self-extractors) are read with their offsets shifted. Throws VantuDataException when the
+// file is not a zip archive, when the directory is truncated or inconsistent, or when two
+// entries' data overlap.
+std::vector<ZipRecord> ReadCentralDirectory(const ArchiveFile& file,
+                                            ZipDirectoryPlace* place = nullptr);
+
+// The records that end an archive: the end of central directory record with `comment`, preceded
+// by the ZIP64 end record and its locator when the count, size or offset does not fit it.
+// `directoryOffset` and `at` (where these records will start) count from the archive's start.
+std::string EndRecords(uint64_t count, uint64_t directorySize, uint64_t directoryOffset,
+                       uint64_t at, const std::string& comment);
 
 // Where the entry's compressed bytes start, from its local header; checks that they lie within
 // the file. Throws VantuDataException.
@@ -95,6 +112,11 @@ std::string ExtendedTimestampField(long long epochSeconds);
 // most) without a ZIP64 end record: adds the ZIP64 end record and its locator with the real
 // number of entries. Throws VantuDataException or VantuIOException.
 void AddZip64EndRecords(const std::string& path);
+
+// Called by VZipFile between the steps of an append in place: 1 once the old central directory
+// is copied past the end of the file, 2 once the new entries and directory are written over the
+// old one, before the file is cut to its new end. Tests stop the process there; null otherwise.
+extern void (*g_appendStepHook)(int step);
 
 // Sets the method number of the named entries in a closed archive, in their local headers and
 // central records (for methods the archive writer does not know by number).
