@@ -51,10 +51,12 @@ pugi::xml_node NextElement(pugi::xml_node node, const char* name) {
 
 // `node` or the first sibling after it that is text or CDATA; empty if none.
 pugi::xml_node NextText(pugi::xml_node node) {
-  while (node && node.type() != pugi::node_pcdata && node.type() != pugi::node_cdata) {
-    node = node.next_sibling();
+  for (;; node = node.next_sibling()) {
+    const pugi::xml_node_type type = node.type();  // node_null for an empty node
+    if (type == pugi::node_null || type == pugi::node_pcdata || type == pugi::node_cdata) {
+      return node;
+    }
   }
-  return node;
 }
 
 // An XML name as pugixml reads it back: a letter, "_", ":" or a byte >= 0x80 first, then also
