@@ -2,10 +2,14 @@
 // (varied elements, attributes and text, with non-ASCII): Parse, Load(path), ToString(0) and
 // ToString(1); a walk over every element with GetFirstChild/GetNextSibling/GetValue, with the
 // heap allocations it makes counted by a counting operator new; and VSerializer writing and
-// reading 100,000 values beside the same work written against pugixml.
+// reading 100,000 values beside the same work written against pugixml. Path access: GetNode
+// beside first_element_by_path, and 1,000,000 SetInt+GetInt pairs by path beside the same
+// through pugixml's text(); Save(path) of a 1 MB document beside save_file, without and with an
+// fsync of the file (Save always syncs; run with TMPDIR on a tmpfs to see the rest alone).
 #include <benchmark/benchmark.h>
 #include <pugixml.hpp>
 
+#include <fcntl.h>
 #include <malloc.h>
 #include <unistd.h>
 
@@ -44,8 +48,8 @@ namespace {
 constexpr size_t kDocumentBytes = 50u << 20;
 constexpr int kSerializedValues = 100000;
 
-// Records of orders with customers, items and notes; about 50 MB.
-std::string Generate() {
+// Records of orders with customers, items and notes; about `size` bytes.
+std::string Generate(size_t size) {
   static const char* const kCities[] = {"K\xC3\xB6ln", "Z\xC3\xBCrich",
                                         "Montr\xC3\xA9"
                                         "al",
@@ -53,9 +57,9 @@ std::string Generate() {
   static const char* const kNames[] = {"Zo\xC3\xAB M\xC3\xBCller", "Ana Lim\xC3\xB3n",
                                        "\xD0\x98\xD0\xB2\xD0\xB0\xD0\xBD", "Bob & Co"};
   std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<orders>\n";
-  text.reserve(kDocumentBytes + 4096);
+  text.reserve(size + 4096);
   char buffer[512];
-  for (unsigned i = 0; text.size() < kDocumentBytes; ++i) {
+  for (unsigned i = 0; text.size() < size; ++i) {
     std::snprintf(buffer, sizeof(buffer),
                   "  <order id=\"%u\" state=\"%s\" date=\"2024-%02u-%02u\">\n"
                   "    <customer name=\"%s\" city=\"%s\" vip=\"%s\"/>\n    <items>\n",
@@ -77,7 +81,7 @@ std::string Generate() {
 }
 
 const std::string& Document() {
-  static const std::string text = Generate();
+  static const std::string text = Generate(kDocumentBytes);
   return text;
 }
 
@@ -223,6 +227,129 @@ void BM_Serializer_Pugixml(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kSerializedValues);
 }
 
+// A settings document: 20 sections of 10 items, each with a number, and a few deeper levels.
+std::string SettingsText() {
+  std::string text = "<config>";
+  for (int s = 0; s < 20; ++s) {
+    text += "<section" + std::to_string(s) + " id=\"" + std::to_string(s) + "\">";
+    for (int i = 0; i < 10; ++i) {
+      const std::string name = "item" + std::to_string(i);
+      text += "<" + name + ">" + std::to_string(s * 10 + i) + "</" + name + ">";
+    }
+    text += "<deep><er><est>1</est></er></deep></section" + std::to_string(s) + ">";
+  }
+  return text + "</config>";
+}
+
+// Every item's path, and each section's deepest one.
+const std::vector<std::string>& SettingsPaths() {
+  static const std::vector<std::string> paths = [] {
+    std::vector<std::string> made;
+    for (int s = 0; s < 20; ++s) {
+      for (int i = 0; i < 10; ++i) {
+        made.push_back("config/section" + std::to_string(s) + "/item" + std::to_string(i));
+      }
+      made.push_back("config/section" + std::to_string(s) + "/deep/er/est");
+    }
+    return made;
+  }();
+  return paths;
+}
+
+void BM_GetNodePath_Vantu(benchmark::State& state) {
+  VXML xml;
+  xml.Parse(SettingsText());
+  for (auto _ : state) {
+    for (const std::string& path : SettingsPaths()) {
+      benchmark::DoNotOptimize(xml.GetNode(nullptr, path.c_str()));
+    }
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * SettingsPaths().size()));
+}
+
+void BM_GetNodePath_Pugixml(benchmark::State& state) {
+  pugi::xml_document document;
+  document.load_string(SettingsText().c_str());
+  for (auto _ : state) {
+    for (const std::string& path : SettingsPaths()) {
+      benchmark::DoNotOptimize(document.first_element_by_path(path.c_str()));
+    }
+  }
+  state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * SettingsPaths().size()));
+}
+
+constexpr int kPathValues = 1000000;
+
+void BM_SetGetIntPath_Vantu(benchmark::State& state) {
+  VXML xml;
+  xml.Parse(SettingsText());
+  const std::vector<std::string>& paths = SettingsPaths();
+  for (auto _ : state) {
+    long long sum = 0;
+    for (int i = 0; i < kPathValues; ++i) {
+      const char* path = paths[static_cast<size_t>(i) % paths.size()].c_str();
+      xml.SetInt(xml.GetNode(nullptr, path), i);
+      sum += xml.GetInt(xml.GetNode(nullptr, path), 0);
+    }
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * kPathValues);
+}
+
+void BM_SetGetIntPath_Pugixml(benchmark::State& state) {
+  pugi::xml_document document;
+  document.load_string(SettingsText().c_str());
+  const std::vector<std::string>& paths = SettingsPaths();
+  for (auto _ : state) {
+    long long sum = 0;
+    for (int i = 0; i < kPathValues; ++i) {
+      const char* path = paths[static_cast<size_t>(i) % paths.size()].c_str();
+      document.first_element_by_path(path).text().set(i);
+      sum += document.first_element_by_path(path).text().as_int();
+    }
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * kPathValues);
+}
+
+const std::string& SmallDocument() {
+  static const std::string text = Generate(1u << 20);
+  return text;
+}
+
+std::string SavePath(const char* side) {
+  const char* base = std::getenv("TMPDIR");
+  return std::string(base && *base ? base : "/tmp") + "/vantu-xml-bench-" +
+         std::to_string(::getpid()) + "-" + side + ".xml";
+}
+
+void BM_SavePath_Vantu(benchmark::State& state) {
+  VXML xml;
+  xml.Parse(SmallDocument());
+  const std::string path = SavePath("vantu");
+  for (auto _ : state) benchmark::DoNotOptimize(xml.Save(path));
+  std::remove(path.c_str());
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * SmallDocument().size()));
+}
+
+// save_file, then (with argument 1) an fsync of the file as Save makes.
+void BM_SavePath_Pugixml(benchmark::State& state) {
+  pugi::xml_document document;
+  document.load_buffer(SmallDocument().data(), SmallDocument().size());
+  const std::string path = SavePath("pugixml");
+  const bool sync = state.range(0) != 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(document.save_file(path.c_str()));
+    if (sync) {
+      const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+      ::fsync(fd);
+      ::close(fd);
+    }
+  }
+  std::remove(path.c_str());
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * SmallDocument().size()));
+}
+
 // The machine is shared, so next to the median each benchmark reports its fastest repetition
 // ("_min", the least disturbed one); compare times, as the rates of "_min" are the slowest.
 double Fastest(const std::vector<double>& values) {
@@ -248,6 +375,18 @@ BENCHMARK(BM_ToString_Pugixml)
 BENCHMARK(BM_WalkElements_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
 BENCHMARK(BM_Serializer_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
 BENCHMARK(BM_Serializer_Pugixml)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_GetNodePath_Vantu)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_GetNodePath_Pugixml)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_SetGetIntPath_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_SetGetIntPath_Pugixml)
+    ->Unit(benchmark::kMillisecond)
+    ->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_SavePath_Vantu)->Unit(benchmark::kMillisecond)->ComputeStatistics("min", Fastest);
+BENCHMARK(BM_SavePath_Pugixml)
+    ->Arg(0)
+    ->Arg(1)
+    ->Unit(benchmark::kMillisecond)
+    ->ComputeStatistics("min", Fastest);
 
 int main(int argc, char** argv) {
   // Every block stays in the heap and is reused by the next iteration: without this, each

@@ -107,6 +107,10 @@ struct VLog::Chain {
     formatter->Format(Poco::Timestamp(), text, line);
     writer->Push(std::move(line));
   }
+  void Write(std::string&& text) {
+    formatter->Prepend(Poco::Timestamp(), text);
+    writer->Push(std::move(text));
+  }
 
   ~Chain() {
     try {
@@ -294,6 +298,15 @@ void VLog::Log(int priority, const std::string& text) {
   if (const Listener listener = listener_.load()) listener(priority, text, listenerContext_);
 }
 
+void VLog::Log(int priority, std::string&& text) {
+  Chain* chain = Ready();
+  if (chain == nullptr || priority < 1 || priority > chain->level.load()) return;
+  const Listener listener = listener_.load();
+  if (listener == nullptr) return chain->Write(std::move(text));
+  chain->Write(std::string(text));
+  listener(priority, text, listenerContext_);
+}
+
 void VLog::Fatal(const std::string& text) { Log(Poco::Message::PRIO_FATAL, text); }
 void VLog::Critical(const std::string& text) { Log(Poco::Message::PRIO_CRITICAL, text); }
 void VLog::Error(const std::string& text) { Log(Poco::Message::PRIO_ERROR, text); }
@@ -319,18 +332,26 @@ void VLog::LogCurrent(const std::string& text) {
 }
 
 int VLog::PriorityOf(const char* levelName) {
-  static const struct {
-    const char* name;
-    int priority;
-  } kLevels[] = {
-      {"INFO", Poco::Message::PRIO_INFORMATION}, {"INFORMATION", Poco::Message::PRIO_INFORMATION},
-      {"WARNING", Poco::Message::PRIO_WARNING},  {"FATAL", Poco::Message::PRIO_FATAL},
-      {"ERROR", Poco::Message::PRIO_ERROR},      {"CRITICAL", Poco::Message::PRIO_CRITICAL},
-      {"NOTICE", Poco::Message::PRIO_NOTICE},    {"TRACE", Poco::Message::PRIO_TRACE}};
-  for (const auto& level : kLevels) {
-    if (std::strcmp(levelName, level.name) == 0) return level.priority;
+  // One candidate per first letter (two for 'I'), compared whole.
+  const auto is = [levelName](const char* name) { return std::strcmp(levelName, name) == 0; };
+  switch (levelName[0]) {
+    case 'I':
+      return is("INFO") || is("INFORMATION") ? Poco::Message::PRIO_INFORMATION : 0;
+    case 'W':
+      return is("WARNING") ? Poco::Message::PRIO_WARNING : 0;
+    case 'F':
+      return is("FATAL") ? Poco::Message::PRIO_FATAL : 0;
+    case 'E':
+      return is("ERROR") ? Poco::Message::PRIO_ERROR : 0;
+    case 'C':
+      return is("CRITICAL") ? Poco::Message::PRIO_CRITICAL : 0;
+    case 'N':
+      return is("NOTICE") ? Poco::Message::PRIO_NOTICE : 0;
+    case 'T':
+      return is("TRACE") ? Poco::Message::PRIO_TRACE : 0;
+    default:
+      return 0;  // "DEBUG" is recognised and deliberately dropped, like unknown names
   }
-  return 0;  // "DEBUG" is recognised and deliberately dropped, like unknown names
 }
 
 void VLog::LogCurrentByLevel(const std::string& levelName, const std::string& text) {

@@ -12,10 +12,12 @@ namespace {
 
 // The value's text without surrounding ASCII white space.
 std::string_view Trimmed(const std::string& text) {
-  const char* spaces = " \t\r\n";
-  const size_t first = text.find_first_not_of(spaces);
-  if (first == std::string::npos) return {};
-  return std::string_view(text).substr(first, text.find_last_not_of(spaces) - first + 1);
+  const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  size_t first = 0;
+  size_t end = text.size();
+  while (first < end && space(text[first])) ++first;
+  while (end > first && space(text[end - 1])) --end;
+  return std::string_view(text).substr(first, end - first);
 }
 
 // Parses the whole trimmed text as a number (a leading "+" allowed); false when it is not one.

@@ -30,6 +30,8 @@ constexpr unsigned int kParseFlags = pugi::parse_default;
 // Indentation grows with the square of the depth; documents with elements deeper than this are
 // written raw.
 constexpr unsigned int kDeepestIndentedLevel = 256;
+// The bytes that Save gathers before each write to the file.
+constexpr size_t kSaveChunk = 64 * 1024;
 
 pugi::xml_node Node(VDataNode node) {
   return pugi::xml_node(static_cast<pugi::xml_node_struct*>(node));
@@ -51,10 +53,12 @@ pugi::xml_node NextElement(pugi::xml_node node, const char* name) {
 
 // `node` or the first sibling after it that is text or CDATA; empty if none.
 pugi::xml_node NextText(pugi::xml_node node) {
-  while (node && node.type() != pugi::node_pcdata && node.type() != pugi::node_cdata) {
-    node = node.next_sibling();
+  for (;; node = node.next_sibling()) {
+    const pugi::xml_node_type type = node.type();  // node_null for an empty node
+    if (type == pugi::node_null || type == pugi::node_pcdata || type == pugi::node_cdata) {
+      return node;
+    }
   }
-  return node;
 }
 
 // An XML name as pugixml reads it back: a letter, "_", ":" or a byte >= 0x80 first, then also
@@ -78,7 +82,8 @@ bool IsValueText(const char* bytes, size_t length) {
 bool IsBlank(const char* bytes, size_t length) {
   if (length == 0) return false;
   for (size_t i = 0; i < length; ++i) {
-    if (std::strchr(" \t\r\n", bytes[i]) == nullptr) return false;
+    const char c = bytes[i];
+    if (c != ' ' && c != '\t' && c != '\r' && c != '\n') return false;
   }
   return true;
 }
@@ -149,17 +154,63 @@ void RemoveSubtree(const pugi::xml_node& top) {
   }
 }
 
-// Splits a "/"-separated path into its non-empty names.
-std::vector<std::string> PathNames(const char* path) {
-  std::vector<std::string> names;
-  for (const char* p = path; *p != '\0';) {
-    const char* end = std::strchr(p, '/');
-    if (end == nullptr) end = p + std::strlen(p);
-    if (end != p) names.emplace_back(p, end);
-    p = *end == '\0' ? end : end + 1;
-  }
-  return names;
+// The first child element of `parent` named `name`, or the next sibling element of `node` so
+// named; empty if none. pugixml's own name search, with nodes other than elements passed over.
+pugi::xml_node FirstNamedElement(const pugi::xml_node& parent, const char* name) {
+  pugi::xml_node node = parent.child(name);
+  while (node && node.type() != pugi::node_element) node = node.next_sibling(name);
+  return node;
 }
+
+pugi::xml_node NextNamedElement(const pugi::xml_node& node, const char* name) {
+  pugi::xml_node next = node.next_sibling(name);
+  while (next && next.type() != pugi::node_element) next = next.next_sibling(name);
+  return next;
+}
+
+// A "/"-separated path, copied with each "/" turned into a NUL, so that its names can be walked
+// in both directions without allocating (on the stack for paths of usual length). Empty names
+// are skipped.
+class PathNames {
+ public:
+  explicit PathNames(const char* path) : length_(std::strlen(path)) {
+    char* copy = local_;
+    if (length_ >= sizeof(local_)) {
+      heap_.reset(new char[length_ + 1]);
+      copy = heap_.get();
+    }
+    for (size_t i = 0; i <= length_; ++i) copy[i] = path[i] == '/' ? '\0' : path[i];
+    begin_ = copy;
+    end_ = copy + length_;
+  }
+  PathNames(const PathNames&) = delete;
+  PathNames& operator=(const PathNames&) = delete;
+
+  // The first name; End() when there is none.
+  const char* First() const { return Skip(begin_); }
+  const char* End() const { return end_; }
+  // The name after `name`; End() after the last.
+  const char* Next(const char* name) const { return Skip(name + std::strlen(name)); }
+  // The name before `name`, which must not be the first.
+  const char* Previous(const char* name) const {
+    const char* p = name - 1;
+    while (*p == '\0') --p;
+    while (p > begin_ && p[-1] != '\0') --p;
+    return p;
+  }
+
+ private:
+  const char* Skip(const char* p) const {
+    while (p < end_ && *p == '\0') ++p;
+    return p;
+  }
+
+  size_t length_;
+  char local_[256];
+  std::unique_ptr<char[]> heap_;
+  const char* begin_;
+  const char* end_;
+};
 
 // Thrown by an OutputWriter that watches indentation when a line is indented too deep.
 struct TooDeepToIndent {};
@@ -475,9 +526,25 @@ bool VXML::Save(const std::string& path) {
   if (document_ == nullptr) return false;
   try {
     vantu::platform::FileReplacement file(path);
-    WriteDocument(
-        *document_, true, true, [&file](const void* data, size_t size) { file.Write(data, size); },
-        [&file] { file.Restart(); });
+    // pugixml hands its output over in pieces of about 2 KB; they reach the file in larger writes.
+    std::string pending;
+    pending.reserve(kSaveChunk);
+    const auto write = [&file, &pending](const void* data, size_t size) {
+      if (pending.size() + size > kSaveChunk) {
+        file.Write(pending.data(), pending.size());
+        pending.clear();
+      }
+      if (size >= kSaveChunk) {
+        file.Write(data, size);
+      } else {
+        pending.append(static_cast<const char*>(data), size);
+      }
+    };
+    WriteDocument(*document_, true, true, write, [&file, &pending] {
+      pending.clear();
+      file.Restart();
+    });
+    file.Write(pending.data(), pending.size());
     file.Commit();
   } catch (...) {
     throw VantuPathNotFoundException("Exception saving XML document");
@@ -515,27 +582,66 @@ VDataNode VXML::AddNode(VDataNode parent, const char* name) {
   return Handle(Node(parent).append_child(name));
 }
 
+// Whether pugixml's first_element_by_path gives what GetNode's own search does for `path`
+// (after its leading "/"s), as long as its result is an element: it has at least one name and at
+// most kLinkedPathNames (pugixml recurses once per name), and no name "." or "..", which pugixml
+// reads as the node itself and its parent. Its search also looks into nodes other than elements
+// that bear the name; they have no children, so only a last name can end on one.
+constexpr size_t kLinkedPathNames = 64;
+
+bool PugixmlReadsPathAsWe(const char* path) {
+  // The usual path: short enough to hold no more names than that, and no "." at all.
+  const size_t length = std::strlen(path);
+  if (length != 0 && length <= 2 * kLinkedPathNames && std::memchr(path, '.', length) == nullptr) {
+    return true;
+  }
+  size_t names = 0;
+  for (const char* p = path; *p != '\0';) {
+    if (*p == '/') {
+      ++p;
+      continue;
+    }
+    const char* end = p;
+    while (*end != '\0' && *end != '/') ++end;
+    if (p[0] == '.' && (end == p + 1 || (p[1] == '.' && end == p + 2))) return false;
+    if (++names > kLinkedPathNames) return false;
+    p = end;
+  }
+  return names != 0;
+}
+
 VDataNode VXML::GetNode(VDataNode parent, const char* path) const {
   if (path == nullptr || (parent == nullptr && document_ == nullptr)) return nullptr;
-  const std::vector<std::string> names = PathNames(path);
-  if (names.empty()) return nullptr;
-  // A depth-first search with one position per path level, so that a path of any length and a
-  // tree of any depth cost no recursion.
-  std::vector<pugi::xml_node> at(names.size());
   const pugi::xml_node start = parent != nullptr ? Node(parent) : *document_;
-  size_t level = 0;
-  at[0] = NextElement(start.first_child(), names[0].c_str());
+  while (*path == '/') ++path;  // pugixml would start at the document
+  if (PugixmlReadsPathAsWe(path)) {
+    const pugi::xml_node found = start.first_element_by_path(path);
+    if (!found || found.type() == pugi::node_element) return Handle(found);
+  }
+  const PathNames names(path);
+  const char* const first = names.First();
+  if (first == names.End()) return nullptr;
+  // A depth-first search: `node` is the candidate for `name`, `above` the node whose children
+  // hold it. A level without a further match climbs back to the previous name and goes on with
+  // the next sibling there, so that neither the path's length nor the tree's depth costs
+  // recursion or memory.
+  const char* name = first;
+  pugi::xml_node above = start;
+  pugi::xml_node node = FirstNamedElement(above, name);
   for (;;) {
-    if (!at[level]) {
-      if (level == 0) return nullptr;
-      --level;
-      at[level] = NextElement(at[level].next_sibling(), names[level].c_str());
-    } else if (level + 1 == names.size()) {
-      return Handle(at[level]);
-    } else {
-      ++level;
-      at[level] = NextElement(at[level - 1].first_child(), names[level].c_str());
+    if (!node) {
+      if (name == first) return nullptr;
+      name = names.Previous(name);
+      node = above;
+      above = node.parent();
+      node = NextNamedElement(node, name);
+      continue;
     }
+    const char* next = names.Next(name);
+    if (next == names.End()) return Handle(node);
+    name = next;
+    above = node;
+    node = FirstNamedElement(above, name);
   }
 }
 
@@ -551,19 +657,25 @@ bool VXML::SetValue(VDataNode node, const char* bytes, size_t length) {
   // The new text takes the place of the first text child; the other text children go, the
   // element children stay. An empty value leaves no text node.
   pugi::xml_node first = NextText(element.first_child());
+  pugi::xml_node kept;  // the text node that holds the new value
   if (length != 0) {
     // White space alone survives a load only in a CDATA section.
     const pugi::xml_node_type type = IsBlank(bytes, length) ? pugi::node_cdata : pugi::node_pcdata;
-    pugi::xml_node text =
-        first ? element.insert_child_before(type, first) : element.append_child(type);
-    if (!text || !text.set_value(bytes, length)) {
-      element.remove_child(text);
-      return false;
+    if (first.type() == type) {
+      // The first text node of that kind takes the value in place.
+      if (!first.set_value(bytes, length)) return false;
+      kept = first;
+    } else {
+      kept = first ? element.insert_child_before(type, first) : element.append_child(type);
+      if (!kept || !kept.set_value(bytes, length)) {
+        element.remove_child(kept);
+        return false;
+      }
     }
   }
   for (pugi::xml_node text = first; text;) {
     const pugi::xml_node next = NextText(text.next_sibling());
-    element.remove_child(text);
+    if (text != kept) element.remove_child(text);
     text = next;
   }
   return true;

@@ -106,8 +106,11 @@ class VANTU_API VLog : public VBaseObject {
   static int PriorityOf(const char* levelName);
 
  private:
+  friend class VLogMessage;
   struct Chain;
   void Log(int priority, const std::string& text);
+  // The same with a line the caller gives up: the date goes in front of it in place.
+  void Log(int priority, std::string&& text);
   Chain* Ready();
   // Copies every field and shares the chain; the caller holds both mutexes.
   void CopyState(const VLog& other);

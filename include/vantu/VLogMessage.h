@@ -13,6 +13,10 @@
 //   VLOG(ERROR).Format("cannot open %s", path);
 // VLOG_AT(level, file, line, function) names the location explicitly.
 //
+// The message stream is one the thread's previous message used, emptied and with its format
+// state (flags, width, precision, fill, exceptions, tie) as a new stream has it; a stream whose
+// locale or buffer the caller changed is not reused.
+//
 // Thread safety: one object per thread; the log it writes to is thread-safe.
 #ifndef VANTU_VLOGMESSAGE_H
 #define VANTU_VLOGMESSAGE_H
@@ -28,6 +32,8 @@ class VANTU_API VLogMessage : public VBaseObject {
  public:
   VLogMessage(const std::string& file, int line, const std::string& function,
               const std::string& level);
+  // The same from C strings (as the macros pass them), without copying the file path whole.
+  VLogMessage(const char* file, int line, const char* function, const char* level);
   // Composes the line and logs it.
   ~VLogMessage() override;
   VLogMessage(const VLogMessage&) = delete;
@@ -51,11 +57,12 @@ class VANTU_API VLogMessage : public VBaseObject {
   static bool WouldLog(const char* level);
 
  private:
-  std::string file_;
+  std::string file_;  // the last component of the caller's file path
   int line_;
-  std::string function_;
+  std::string function_;  // kept for "FATAL" only, the one level that prints it
   std::string level_;
-  std::unique_ptr<std::ostringstream> stream_;  // made on first use
+  std::unique_ptr<std::ostringstream> stream_;  // taken on first use
+  int priority_ = 0;  // the POCO priority of level_; 0 when nothing is ever written
 };
 
 #define VLOG_AT(level, file, line, function)                                  \

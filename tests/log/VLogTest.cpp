@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iomanip>
 #include <random>
 #include <regex>
 #include <string>
@@ -125,14 +126,21 @@ TEST_F(VLogTest, NoLineIsLostFromFourThreads) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([this, t] {
-      for (int i = 0; i < 100000; ++i) log.Information(std::to_string(t) + ":" + std::to_string(i));
+      for (int i = 0; i < 100000; ++i) {
+        if (t % 2 != 0) {
+          VLOG(INFO) << t << ":" << i;
+        } else {
+          log.Information(std::to_string(t) + ":" + std::to_string(i));
+        }
+      }
     });
   }
   for (auto& thread : threads) thread.join();
   const auto texts = Texts();
   ASSERT_EQ(texts.size(), 400000u);
   std::vector<int> next(4, 0);
-  for (const std::string& text : texts) {
+  for (std::string text : texts) {
+    if (text.back() == '"') text = text.substr(text.find('"') + 1);  // VLOG's: INFO [...]\t"t:i"
     ASSERT_EQ(std::stoi(text.substr(text.find(':') + 1)), next[std::stoi(text)]++) << text;
   }
 }
@@ -190,22 +198,35 @@ TEST_F(VLogTest, LevelNamesTheLineLayoutAndFormat) {
   VLog::LogCurrent("plain");
   VLogMessage("C:/src/Common/VHotfolder", 120, "Scan", "ERROR").messageStream() << "cannot open";
   VLogMessage("/x/y/file.cpp", 7, "Die", "FATAL").messageStream() << "fatal " << 1;
-  VLogMessage("a(b", 3, "f", "INFO");  // empty message: nothing after the tab
+  VLogMessage(std::string("a(b"), 3, std::string("f"),
+              std::string("INFO"));  // nothing after the tab
   VLogMessage("dir\\win.cpp", 9, "f", "WARNING").messageStream() << "w";
   VLogMessage("f", 1, "g", "DEBUG").messageStream() << "no";  // never written, like unknown names
   VLOG(DEBUG) << "no";
   VLogMessage("f", 1, "g", "INFO").Format("%s", std::string(3000, 'x').c_str());
   VLogMessage("f", 3, "g", "INFO").Format("%d+%s", 1, "2").Format("=%d", 3);
   VLogMessage("f", 2, "g", "INFO").Format("%s", "");  // a notice ending with a line break
+  // A thread's messages reuse one stream: each starts empty and in the default format.
+  VLogMessage("f", 4, "g", "INFO").messageStream()
+      << std::hex << std::showbase << std::setfill('0') << std::setw(6) << 255 << std::boolalpha
+      << std::setprecision(2) << ' ' << true << ' ' << 3.14159;
+  {
+    VLogMessage outer("f", 6, "g", "INFO");
+    outer.messageStream() << "outer " << 255;
+    VLogMessage("f", 5, "g", "INFO").messageStream() << 255 << ' ' << true << ' ' << 3.14159;
+  }
   EXPECT_EQ(Texts(), (std::vector<std::string>{
                          "INFO", "INFORMATION", "WARNING", "FATAL", "ERROR", "CRITICAL", "NOTICE",
                          "TRACE", "plain", "ERROR [File: VHotfolder Line: 120]\t\"cannot open\"",
                          "FATAL [File: file.cpp at: Die Line: 7]\t\"fatal 1\"",
                          "INFO [File: b Line: 3]\t", "WARNING [File: win.cpp Line: 9]\t\"w\"",
                          "INFO [File: f Line: 1]\t\"" + std::string(2047, 'x') + "2048\"",
-                         "INFO [File: f Line: 3]\t\"1+2=3\"", "INFO [File: f Line: 2]\t\""}));
+                         "INFO [File: f Line: 3]\t\"1+2=3\"", "INFO [File: f Line: 2]\t\"",
+                         "INFO [File: f Line: 4]\t\"000xff true 3.1\"",
+                         "INFO [File: f Line: 5]\t\"255 1 3.14159\"",
+                         "INFO [File: f Line: 6]\t\"outer 255\""}));
   const auto lines = ReadLines(dir / "test.log");
-  ASSERT_EQ(lines.size(), kBanner + 18);
+  ASSERT_EQ(lines.size(), kBanner + 21);
   EXPECT_EQ(lines[22],
             "\tERROR LOG MSG NOTIFICATION: Failure to parse successfully the message\"%s\"");
   EXPECT_EQ(lines[23], "\"");

@@ -276,6 +276,61 @@ TEST(VXMLTest, TypedValuesUseTheDefaultWhenTheTextIsNoNumber) {
   EXPECT_EQ(xml.GetInt64(n, 0), INT64_MIN);
 }
 
+// The path search written plainly: the names of the path in order, child elements only, depth
+// first; the first element reached by all of them wins.
+VDataNode SearchPath(const VXML& xml, VDataNode parent, const std::vector<std::string>& names,
+                     size_t level = 0) {
+  const char* name = names[level].c_str();
+  for (VDataNode node = xml.GetFirstChild(parent, name); node != nullptr;
+       node = xml.GetNextSibling(node, name)) {
+    if (level + 1 == names.size()) return node;
+    if (VDataNode found = SearchPath(xml, node, names, level + 1)) return found;
+  }
+  return nullptr;
+}
+
+// GetNode beside the plain search, over every path of up to three names from a pool with dots,
+// brackets and non-ASCII, single and doubled "/" (also leading and trailing), from three starts;
+// plus long paths. Nodes other than elements bearing a name are never found.
+TEST(VXMLTest, PathSearchAgreesWithAPlainDepthFirstSearch) {
+  VXML xml;
+  ASSERT_EQ(xml.Parse("<r><a><x/></a><a><b><c/></b><b>t<c>1</c></b></a><a.b/><\xC3\xA9><m/>"
+                      "</\xC3\xA9><d><d><d/></d></d></r>"),
+            0);
+  pugi::xml_node root = xml.GetDocument()->document_element();
+  root.child("a").append_child(pugi::node_pi).set_name("b");  // bears a name, but is no element
+  root.prepend_child(pugi::node_pi).set_name("a");
+  root.child("d").prepend_child(pugi::node_pi).set_name("d");
+  const std::vector<std::string> pool = {"r",   "a", "b",  "c",        "x",    "d", "m",
+                                         "a.b", ".", "..", "\xC3\xA9", "a[1]", "*", "nope"};
+  std::vector<std::string> paths;
+  for (size_t i = 0; i < pool.size(); ++i) {
+    for (size_t j = 0; j <= pool.size(); ++j) {
+      for (size_t k = 0; k <= pool.size(); ++k) {
+        std::string path = pool[i];
+        if (j < pool.size()) path += (i % 2 ? "//" : "/") + pool[j];
+        if (k < pool.size() && j < pool.size()) path += "/" + pool[k];
+        paths.push_back(path);
+        paths.push_back("/" + path + "/");
+      }
+    }
+  }
+  std::string deep = "r";
+  for (int i = 0; i < 80; ++i) paths.push_back(deep += (i < 3 ? "/d" : "//d"));
+  paths.push_back("r" + std::string(300, '/') + "d/d");
+  const std::vector<VDataNode> starts = {nullptr, xml.GetRoot(), xml.GetNode(nullptr, "r/a/b")};
+  for (VDataNode start : starts) {
+    for (const std::string& path : paths) {
+      std::vector<std::string> names;
+      std::istringstream split(path);
+      for (std::string name; std::getline(split, name, '/');) {
+        if (!name.empty()) names.push_back(name);
+      }
+      EXPECT_EQ(xml.GetNode(start, path.c_str()), SearchPath(xml, start, names)) << path;
+    }
+  }
+}
+
 TEST(VXMLTest, XPathGivesElementsInDocumentOrder) {
   VXML xml;
   std::vector<VDataNode> nodes;

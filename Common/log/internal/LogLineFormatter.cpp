@@ -86,6 +86,14 @@ void LogLineFormatter::Format(const Poco::Timestamp& time, const std::string& te
   line += text;
 }
 
+void LogLineFormatter::Prepend(const Poco::Timestamp& time, std::string& text) const {
+  if (!dated_.load(std::memory_order_acquire)) return;
+  thread_local std::string prefix;
+  prefix.clear();
+  AppendDatePrefix(time, prefix);
+  text.insert(0, prefix);
+}
+
 void LogLineFormatter::format(const Poco::Message& message, std::string& text) {
   std::string line;
   Format(message.getTime(), message.getText(), line);

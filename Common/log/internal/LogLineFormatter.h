@@ -23,6 +23,8 @@ class LogLineFormatter : public Poco::Formatter {
 
   // Replaces `line` with the formatted line of `text` logged at `time`.
   void Format(const Poco::Timestamp& time, const std::string& text, std::string& line) const;
+  // Makes `text` the formatted line in place.
+  void Prepend(const Poco::Timestamp& time, std::string& text) const;
 
   // Poco::Formatter, for messages of other loggers that reach the log's channel.
   void format(const Poco::Message& message, std::string& text) override;
