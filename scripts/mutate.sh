@@ -19,6 +19,8 @@ fault utf8-encoder Common/internal/TextConversion.cpp vantu_core_tests \
   's/d\[1\] = static_cast<Byte>\(0x80 \| \(cp >> 6 & 0x3F\)\);/d[1] = static_cast<Byte>(0x80 | (cp >> 5 & 0x3F));/'
 fault nfc-mark-order Common/internal/Nfc.h vantu_core_tests \
   's/\(property != 0 && lastClass_ > property\)/(property != 0 \&\& lastClass_ > property \&\& false)/'
+fault copy-forgets-nfc Common/core/VString.cpp vantu_core_tests \
+  's/encoding_\(other.encoding_\), normalization_\(other.normalization_\) \{\}/encoding_(other.encoding_) {}/'
 fault pair-sign Common/core/VStringNumbers.cpp vantu_core_tests \
   's/SetPair\(static_cast<int16_t>\(bits >> 16\)/SetPair(static_cast<uint16_t>(bits >> 16)/'
 fault compare-nocase Common/core/VString.cpp vantu_core_tests \
