@@ -21,6 +21,12 @@ fault nfc-mark-order Common/internal/Nfc.h vantu_core_tests \
   's/\(property != 0 && lastClass_ > property\)/(property != 0 \&\& lastClass_ > property \&\& false)/'
 fault copy-forgets-nfc Common/core/VString.cpp vantu_core_tests \
   's/encoding_\(other.encoding_\), normalization_\(other.normalization_\) \{\}/encoding_(other.encoding_) {}/'
+fault nfc-compose-blocked Common/internal/Nfc.cpp vantu_core_tests \
+  's/NfcCombiningClass\(p\[kept - 1\].data\) < cc/NfcCombiningClass(p[kept - 1].data) <= cc/'
+fault nfc-canonical-order Common/internal/Nfc.cpp vantu_core_tests \
+  's/for \(size_t k = 1; k < n; \+\+k\) \{/for (size_t k = n; k < n; ++k) {/'
+fault nfc-hangul-tbase Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(second.cp - kTBase < kTCount\)/if (second.cp - kTBase - 1 < kTCount - 1)/'
 fault pair-sign Common/core/VStringNumbers.cpp vantu_core_tests \
   's/SetPair\(static_cast<int16_t>\(bits >> 16\)/SetPair(static_cast<uint16_t>(bits >> 16)/'
 fault compare-nocase Common/core/VString.cpp vantu_core_tests \
