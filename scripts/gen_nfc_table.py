@@ -94,6 +94,22 @@ for cp in decomposition:
 
 quick = [255 if c in not_yes else ccc[c] for c in range(0x110000)]
 
+# Lead bytes whose every well-formed sequence is a code point that the quick check calls Yes
+# with class 0: the scan takes them without decoding. Leads with extra second-byte limits
+# (E0, ED, F0, F4) are left out.
+quiet_leads = [0] * 4
+for lead in range(0xC2, 0xF4):
+    if lead in (0xE0, 0xED, 0xF0):
+        continue
+    if lead < 0xE0:
+        low, high = (lead & 0x1F) << 6, ((lead & 0x1F) << 6) + 0x3F
+    elif lead < 0xF0:
+        low, high = (lead & 0x0F) << 12, ((lead & 0x0F) << 12) + 0xFFF
+    else:
+        low, high = (lead & 0x07) << 18, ((lead & 0x07) << 18) + 0x3FFFF
+    if all(quick[c] == 0 for c in range(low, high + 1)):
+        quiet_leads[lead >> 6] |= 1 << (lead & 63)
+
 expansions = [0]  # offset 0 is never used, so that a zero entry means "no decomposition"
 data = [0] * 0x110000
 for c in range(0x110000):
@@ -153,6 +169,7 @@ out.write("// clang-format off\n")
 out.write('#include "internal/NfcTable.h"\n\nnamespace vantu::internal {\n\n')
 write_two_stage("uint8_t", "kNfcBlockIndex", "kNfcBlocks", quick, 32)
 write_two_stage("uint32_t", "kNfcDataIndex", "kNfcData", data, 16)
+out.write("const uint64_t kNfcQuietLeads[4] = {%s};\n\n" % ", ".join("0x%016XULL" % q for q in quiet_leads))
 out.write("const uint32_t kNfcExpansions[%d] = {\n" % len(expansions))
 write_list("    ", expansions, 16)
 out.write("};\n\n")

@@ -23,8 +23,8 @@ inline bool NotPlainAscii(uint64_t word) {
 
 // Reads one multi-byte UTF-8 sequence at b[i] (lead byte >= 0x80); false when it is not
 // well-formed (overlong, a surrogate, past U+10FFFF, cut short).
-inline bool DecodeMultiByte(const unsigned char* b, size_t n, size_t i, uint32_t& cp,
-                            size_t& size) {
+__attribute__((always_inline)) inline bool DecodeMultiByte(const unsigned char* b, size_t n,
+                                                           size_t i, uint32_t& cp, size_t& size) {
   const unsigned char lead = b[i];
   if (lead >= 0xC2 && lead <= 0xDF) {
     if (i + 1 >= n || (b[i + 1] & 0xC0) != 0x80) return false;
@@ -184,6 +184,42 @@ class Segment {
   std::vector<Point> points_;
 };
 
+// The conjoining jamo U+1100 to U+11FF (bytes E1 84 80 to E1 87 BF) at b[i], or 0.
+inline uint32_t JamoAt(const unsigned char* b, size_t n, size_t i) {
+  if (i + 2 >= n || b[i] != 0xE1 || (b[i + 1] & 0xFC) != 0x84 || (b[i + 2] & 0xC0) != 0x80) {
+    return 0;
+  }
+  return 0x1000u | (b[i + 1] & 0x3Fu) << 6 | (b[i + 2] & 0x3Fu);
+}
+
+// Conjoining jamo L V or L V T at b[at] that end a segment compose into one syllable by
+// arithmetic, without the general segment; so do the syllables that follow. Returns the
+// position after the last syllable written to `out` (`at` when there is none).
+size_t ComposeHangul(const unsigned char* b, size_t n, size_t at, Output& out) {
+  for (;;) {
+    const uint32_t l = JamoAt(b, n, at);
+    if (l - kLBase >= kLCount) return at;
+    const uint32_t v = JamoAt(b, n, at + 3);
+    if (v - kVBase >= kVCount) return at;
+    uint32_t syllable = kSBase + ((l - kLBase) * kVCount + (v - kVBase)) * kTCount;
+    size_t i = at + 6;
+    const uint32_t t = JamoAt(b, n, i);
+    if (t - kTBase < kTCount) {
+      syllable += t - kTBase;  // U+11A7 (kTBase) adds nothing, as utf8proc has it
+      i += 3;
+    }
+    if (i < n && b[i] >= 0x80 && JamoAt(b, n, i) - kLBase >= kLCount) {
+      // What follows must start a segment of its own (an L jamo does).
+      uint32_t next;
+      size_t size;
+      if (!DecodeMultiByte(b, n, i, next, size)) return at;
+      if (next >= 0x300 && NfcProperty(next) != 0) return at;
+    }
+    out.Put(syllable);
+    at = i;
+  }
+}
+
 // NFC of the n bytes at b (no NUL among them). Text that a quick check proves normalised is
 // copied as it is; from the last boundary before each code point that may change (the start of
 // the last code point whose quick check property is Yes with class 0) up to the next boundary,
@@ -197,25 +233,36 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
   std::unique_ptr<Output> output;
   Segment segment;
   while (i < n) {
-    // Runs of ASCII, eight bytes at a time.
-    while (i + 8 <= n) {
-      uint64_t word;
-      std::memcpy(&word, b + i, 8);
-      if ((word & 0x8080808080808080ULL) != 0) break;
-      i += 8;
-      boundary = i - 1;
-      lastClass = 0;
-    }
-    if (i >= n) break;
-    if (b[i] < 0x80) {
+    const unsigned char lead = b[i];
+    if (lead < 0x80) {
       boundary = i++;
       lastClass = 0;
+      // Runs of ASCII, eight bytes at a time.
+      while (i + 8 <= n) {
+        uint64_t word;
+        std::memcpy(&word, b + i, 8);
+        if ((word & 0x8080808080808080ULL) != 0) break;
+        i += 8;
+        boundary = i - 1;
+      }
       continue;
     }
     uint32_t cp;
     size_t size;
+    if (NfcQuietLead(lead)) {  // starters that nothing changes, whatever the sequence's value
+      const size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+      if (i + length > n) return false;
+      unsigned char high = b[i + 1] ^ 0x80;  // continuation bytes become 00 to 3F
+      if (length > 2) high |= b[i + 2] ^ 0x80;
+      if (length > 3) high |= b[i + 3] ^ 0x80;
+      if (high >= 0x40) return false;
+      boundary = i;
+      i += length;
+      lastClass = 0;
+      continue;
+    }
     if (!DecodeMultiByte(b, n, i, cp, size)) return false;
-    const uint8_t property = cp < 0x300 ? 0 : NfcProperty(cp);
+    const uint8_t property = NfcProperty(cp);
     if (property == 0) {
       boundary = i;
       i += size;
@@ -230,8 +277,13 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
     // The segment from the boundary to the next code point that is Yes with class 0.
     if (!output) output = std::make_unique<Output>(n + n / 8 + 16);
     output->Append(b + copied, boundary - copied);
+    size_t at = ComposeHangul(b, n, boundary, *output);
+    if (at != boundary) {
+      copied = boundary = i = at;
+      lastClass = 0;
+      continue;
+    }
     segment.Clear();
-    size_t at = boundary;
     do {
       if (b[at] < 0x80) {
         if (at != boundary) break;

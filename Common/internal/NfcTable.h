@@ -15,6 +15,14 @@ extern const uint8_t kNfcBlocks[][256];
 
 inline uint8_t NfcProperty(uint32_t cp) { return kNfcBlocks[kNfcBlockIndex[cp >> 8]][cp & 0xFF]; }
 
+// Lead bytes of UTF-8 sequences (E0, ED, F0 and F4 never among them) whose every well-formed
+// sequence is a code point with NfcProperty 0: a bit per byte value.
+extern const uint64_t kNfcQuietLeads[4];
+
+inline bool NfcQuietLead(unsigned char lead) {
+  return (kNfcQuietLeads[lead >> 6] >> (lead & 63)) & 1;
+}
+
 // What composing needs of a code point, kNfcData[kNfcDataIndex[cp >> 8]][cp & 0xFF]: bits 0-7
 // its canonical combining class, bit 8 set when it may be the second of a primary composite,
 // bits 9-11 the length of its full canonical decomposition (0: none; Hangul syllables decompose
