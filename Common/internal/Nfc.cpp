@@ -9,6 +9,10 @@
 #include <memory>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace vantu::internal {
 namespace {
 
@@ -53,6 +57,39 @@ __attribute__((always_inline)) inline bool DecodeMultiByte(const unsigned char* 
   }
   return true;
 }
+
+#if defined(__SSE2__)
+// Sixteen bytes at b that hold only whole sequences of ASCII, two-byte sequences below U+0300
+// (leads C2 to CB) and three-byte sequences of CJK ideographs and Hangul syllables (leads E4 to
+// E9, EB and EC): starters that NFC never changes. Returns how many bytes from b are such
+// complete sequences (a sequence cut by the block's end is left for later), or 0 when the block
+// holds anything else (including malformed UTF-8, which the scalar path then refuses); `last`
+// receives the offset of the last sequence's start.
+inline size_t QuietBlock(const unsigned char* b, size_t& last) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b));
+  const auto bits = [](__m128i mask) { return static_cast<uint32_t>(_mm_movemask_epi8(mask)); };
+  const auto in = [&v](int low, int high) {  // signed byte ranges: 0x80 to 0xFF are -128 to -1
+    return _mm_and_si128(_mm_cmpgt_epi8(v, _mm_set1_epi8(static_cast<char>(low - 1))),
+                         _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(high + 1))));
+  };
+  const uint32_t high = bits(v);
+  const uint32_t continuation =  // 80 to BF
+      bits(_mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xC0))),
+                          _mm_set1_epi8(static_cast<char>(0x80))));
+  const uint32_t lead2 = bits(in(-62, -53));                        // C2 to CB
+  const uint32_t lead3 = bits(in(-28, -20)) & ~bits(in(-22, -22));  // E4 to EC, not EA
+  if ((high & ~(continuation | lead2 | lead3)) != 0) return 0;
+  const uint32_t expected = (lead2 | lead3) << 1 | lead3 << 2;  // where continuations belong
+  if ((expected & 0xFFFF) != continuation) return 0;
+  const uint32_t starts = ~continuation & 0xFFFF;
+  size_t end = 16;
+  if ((expected >> 16) != 0) end = static_cast<size_t>(31 - __builtin_clz(lead2 | lead3));
+  const uint32_t before = starts & ((1u << end) - 1);
+  if (before == 0) return 0;
+  last = static_cast<size_t>(31 - __builtin_clz(before));
+  return end;
+}
+#endif
 
 // Hangul syllables and jamo, which compose and decompose by arithmetic.
 constexpr uint32_t kSBase = 0xAC00, kLBase = 0x1100, kVBase = 0x1161, kTBase = 0x11A7;
@@ -232,7 +269,21 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
   uint8_t lastClass = 0;
   std::unique_ptr<Output> output;
   Segment segment;
+  size_t blocksFrom = 0;  // where the next try of a quiet block may start
   while (i < n) {
+#if defined(__SSE2__)
+    if (i >= blocksFrom && n - i >= 16) {
+      size_t last = 0;
+      const size_t taken = QuietBlock(b + i, last);
+      if (taken != 0) {
+        boundary = i + last;
+        i += taken;
+        lastClass = 0;
+        continue;
+      }
+      blocksFrom = i + 16;  // the scalar path reads at least this block
+    }
+#endif
     const unsigned char lead = b[i];
     if (lead < 0x80) {
       boundary = i++;

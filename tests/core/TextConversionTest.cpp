@@ -38,6 +38,7 @@ using vantu::internal::kNfcNotYes;
 using vantu::internal::NfcCombiningClass;
 using vantu::internal::NfcData;
 using vantu::internal::NfcProperty;
+using vantu::internal::NfcQuietLead;
 using vantu::internal::NormalizeUtf8;
 using vantu::internal::NormalizeUtf8WithUtf8proc;
 using vantu::test::AppendUtf16;
@@ -382,6 +383,8 @@ TEST(NfcTest, TheTableAgreesWithUtf8proc) {
     const auto combiningClass = utf8proc_get_property(code)->combining_class;
     ASSERT_EQ(NfcCombiningClass(NfcData(cp)), combiningClass) << std::hex << cp;
     ASSERT_TRUE(property == kNfcNotYes || property == combiningClass) << std::hex << cp;
+    const auto lead = static_cast<unsigned char>(Utf8(cp)[0]);
+    ASSERT_TRUE(!NfcQuietLead(lead) || property == 0) << std::hex << cp;
     utf8proc_int32_t parts[32];
     int boundclass = 0;
     const auto n = utf8proc_decompose_char(code, parts, 32, UTF8PROC_DECOMPOSE, &boundclass);
@@ -399,6 +402,11 @@ TEST(NfcTest, TheTableAgreesWithUtf8proc) {
     ASSERT_EQ(NfcProperty(last), kNfcNotYes) << std::hex << last << " composes into " << cp;
   }
   EXPECT_GT(composites, 11172u);  // the Hangul syllables and the other primary composites
+  // The lead bytes that the scan's sixteen-byte blocks take as quiet without the table.
+  for (int lead : {0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xE4, 0xE5, 0xE6,
+                   0xE7, 0xE8, 0xE9, 0xEB, 0xEC}) {
+    EXPECT_TRUE(NfcQuietLead(static_cast<unsigned char>(lead))) << std::hex << lead;
+  }
 }
 
 // Random texts of pieces that exercise the check (starters, marks in and out of canonical
