@@ -33,6 +33,8 @@ fault nfc-quiet-continuation Common/internal/Nfc.cpp vantu_core_tests \
   's/if \(high >= 0x40\) return false;/(void)high;/'
 fault nfc-quiet-block Common/internal/Nfc.cpp vantu_core_tests \
   's/if \(\(expected & 0xFFFF\) != continuation\) return 0;/(void)expected;/'
+fault nfc-nul-end Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(lead == 0\) break;/(void)0;/'
 fault pair-sign Common/core/VStringNumbers.cpp vantu_core_tests \
   's/SetPair\(static_cast<int16_t>\(bits >> 16\)/SetPair(static_cast<uint16_t>(bits >> 16)/'
 fault compare-nocase Common/core/VString.cpp vantu_core_tests \

@@ -63,7 +63,7 @@ __attribute__((always_inline)) inline bool DecodeMultiByte(const unsigned char* 
 // (leads C2 to CB) and three-byte sequences of CJK ideographs and Hangul syllables (leads E4 to
 // E9, EB and EC): starters that NFC never changes. Returns how many bytes from b are such
 // complete sequences (a sequence cut by the block's end is left for later), or 0 when the block
-// holds anything else (including malformed UTF-8, which the scalar path then refuses); `last`
+// holds anything else (a NUL byte, malformed UTF-8, which the scalar path then refuses); `last`
 // receives the offset of the last sequence's start.
 inline size_t QuietBlock(const unsigned char* b, size_t& last) {
   const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b));
@@ -73,6 +73,12 @@ inline size_t QuietBlock(const unsigned char* b, size_t& last) {
                          _mm_cmplt_epi8(v, _mm_set1_epi8(static_cast<char>(high + 1))));
   };
   const uint32_t high = bits(v);
+  const uint32_t nul = bits(_mm_cmpeq_epi8(v, _mm_setzero_si128()));
+  if ((high | nul) == 0) {  // ASCII
+    last = 15;
+    return 16;
+  }
+  if (nul != 0) return 0;
   const uint32_t continuation =  // 80 to BF
       bits(_mm_cmpeq_epi8(_mm_and_si128(v, _mm_set1_epi8(static_cast<char>(0xC0))),
                           _mm_set1_epi8(static_cast<char>(0x80))));
@@ -257,12 +263,13 @@ size_t ComposeHangul(const unsigned char* b, size_t n, size_t at, Output& out) {
   }
 }
 
-// NFC of the n bytes at b (no NUL among them). Text that a quick check proves normalised is
+// NFC of the bytes at b up to the first NUL byte or the n-th byte (`length` receives the count
+// read). Text that a quick check proves normalised is
 // copied as it is; from the last boundary before each code point that may change (the start of
 // the last code point whose quick check property is Yes with class 0) up to the next boundary,
 // the text is decomposed, ordered and composed. Returns false for invalid UTF-8; `out` is left
 // alone when nothing changes (`changed` false).
-bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& changed) {
+bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& changed, size_t& length) {
   size_t i = 0;
   size_t boundary = 0;  // where the last segment that a change would reach begins
   size_t copied = 0;    // input before this is in the output already
@@ -273,6 +280,17 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
   while (i < n) {
 #if defined(__SSE2__)
     if (i >= blocksFrom && n - i >= 16) {
+      size_t ascii = i;  // runs of ASCII first, in a loop of their own
+      for (; n - ascii >= 16; ascii += 16) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + ascii));
+        if (_mm_movemask_epi8(_mm_or_si128(v, _mm_cmpeq_epi8(v, _mm_setzero_si128()))) != 0) break;
+      }
+      if (ascii != i) {
+        boundary = ascii - 1;
+        i = ascii;
+        lastClass = 0;
+        continue;
+      }
       size_t last = 0;
       const size_t taken = QuietBlock(b + i, last);
       if (taken != 0) {
@@ -286,13 +304,14 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
 #endif
     const unsigned char lead = b[i];
     if (lead < 0x80) {
+      if (lead == 0) break;
       boundary = i++;
       lastClass = 0;
       // Runs of ASCII, eight bytes at a time.
       while (i + 8 <= n) {
         uint64_t word;
         std::memcpy(&word, b + i, 8);
-        if ((word & 0x8080808080808080ULL) != 0) break;
+        if (NotPlainAscii(word)) break;
         i += 8;
         boundary = i - 1;
       }
@@ -351,9 +370,10 @@ bool ComposeNfc(const unsigned char* b, size_t n, std::string& out, bool& change
     copied = boundary = i = at;
     lastClass = 0;
   }
+  length = i;
   changed = output != nullptr;
   if (changed) {
-    output->Append(b + copied, n - copied);
+    output->Append(b + copied, i - copied);
     output->MoveTo(out);
   }
   return true;
@@ -411,12 +431,12 @@ bool NormalizeUtf8(std::string& text, int form) {
   // utf8proc reads up to the first NUL byte: text it would give back unchanged is that part.
   if (form == kNfc) {
     const auto* b = reinterpret_cast<const unsigned char*>(text.data());
-    const void* nul = std::memchr(b, 0, text.size());
-    const size_t length =
-        nul ? static_cast<size_t>(static_cast<const unsigned char*>(nul) - b) : text.size();
     bool changed = false;
+    size_t length = 0;
     std::string composed;
-    if (!ComposeNfc(b, length, composed, changed)) return NormalizeUtf8WithUtf8proc(text, form);
+    if (!ComposeNfc(b, text.size(), composed, changed, length)) {
+      return NormalizeUtf8WithUtf8proc(text, form);
+    }
     if (changed) {
       text.swap(composed);
     } else {
