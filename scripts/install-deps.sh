@@ -10,6 +10,7 @@ packages=(
   libcurl4-openssl-dev zlib1g-dev libbz2-dev liblzma-dev libzstd-dev libdeflate-dev
   libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
   unicode-data locales
+  libicu-dev
   ca-certificates curl openssl
   zip unzip python3 libarchive-tools zstd xz-utils strace
 )

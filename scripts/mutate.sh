@@ -19,6 +19,22 @@ fault utf8-encoder Common/internal/TextConversion.cpp vantu_core_tests \
   's/d\[1\] = static_cast<Byte>\(0x80 \| \(cp >> 6 & 0x3F\)\);/d[1] = static_cast<Byte>(0x80 | (cp >> 5 & 0x3F));/'
 fault nfc-mark-order Common/internal/Nfc.h vantu_core_tests \
   's/\(property != 0 && lastClass_ > property\)/(property != 0 \&\& lastClass_ > property \&\& false)/'
+fault copy-forgets-nfc Common/core/VString.cpp vantu_core_tests \
+  's/encoding_\(other.encoding_\), normalization_\(other.normalization_\) \{\}/encoding_(other.encoding_) {}/'
+fault nfc-compose-blocked Common/internal/Nfc.cpp vantu_core_tests \
+  's/NfcCombiningClass\(p\[kept - 1\].data\) < cc/NfcCombiningClass(p[kept - 1].data) <= cc/'
+fault nfc-canonical-order Common/internal/Nfc.cpp vantu_core_tests \
+  's/for \(size_t k = 1; k < n; \+\+k\) \{/for (size_t k = n; k < n; ++k) {/'
+fault nfc-hangul-tbase Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(t > kTBase && t - kTBase < kTCount\)/if (t - kTBase < kTCount)/'
+fault nfc-hangul-run Common/internal/Nfc.cpp vantu_core_tests \
+  's/syllable \+= t - kTBase;/syllable += t - kTBase + 1;/'
+fault nfc-quiet-continuation Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(high >= 0x40\) return false;/(void)high;/'
+fault nfc-quiet-block Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(\(expected & 0xFFFF\) != continuation\) return 0;/(void)expected;/'
+fault nfc-nul-end Common/internal/Nfc.cpp vantu_core_tests \
+  's/if \(lead == 0\) break;/(void)0;/'
 fault pair-sign Common/core/VStringNumbers.cpp vantu_core_tests \
   's/SetPair\(static_cast<int16_t>\(bits >> 16\)/SetPair(static_cast<uint16_t>(bits >> 16)/'
 fault compare-nocase Common/core/VString.cpp vantu_core_tests \

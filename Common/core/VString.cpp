@@ -51,10 +51,15 @@ VString::VString() = default;
 
 VString::VString(StringEncoding encoding) : encoding_(encoding) {}
 
-VString::VString(const VString& other) : text_(other.text_), encoding_(other.encoding_) {}
+// Copies and moves take the recorded normalisation with the text, so that a copy of NFC text is
+// not normalised again.
+VString::VString(const VString& other)
+    : text_(other.text_), encoding_(other.encoding_), normalization_(other.normalization_) {}
 
 VString::VString(VString&& other) noexcept
-    : text_(std::move(other.text_)), encoding_(other.encoding_) {
+    : text_(std::move(other.text_)),
+      encoding_(other.encoding_),
+      normalization_(other.normalization_) {
   other.text_.clear();
   other.converted_.clear();
 }
@@ -87,6 +92,7 @@ VString& VString::operator=(VString&& other) noexcept {
   if (this != &other) {
     text_.swap(other.text_);
     encoding_ = other.encoding_;
+    normalization_ = other.normalization_;
     converted_.clear();
     other.text_.clear();
     other.converted_.clear();
@@ -150,6 +156,7 @@ VString& VString::Assign(const VString& other) {
   if (this != &other) {
     text_ = other.text_;
     encoding_ = other.encoding_;
+    normalization_ = other.normalization_;
     converted_.clear();
   }
   return *this;

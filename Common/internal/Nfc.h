@@ -35,10 +35,12 @@ class NfcInertness {
 // Brings UTF-8 text into the normalisation form `form` (0 NFD, 1 NFKD, 2 NFC, 3 NFKC) exactly as
 // utf8proc does with the stable option, reading the text up to its first NUL byte. Returns false
 // and leaves the text as it was when utf8proc rejects it (invalid UTF-8) or the form is unknown.
-// NFC skips utf8proc for text that a quick check proves already normalised.
+// NFC of valid UTF-8 is computed from the library's own tables (NfcTable.h), composing only the
+// stretches that a quick check cannot prove normalised; the other forms and invalid text go to
+// utf8proc.
 bool NormalizeUtf8(std::string& text, int form);
 
-// The same, always through utf8proc: the reference for the quick check.
+// The same, always through utf8proc: the reference for the library's NFC.
 bool NormalizeUtf8WithUtf8proc(std::string& text, int form);
 
 }  // namespace vantu::internal

@@ -35,7 +35,10 @@ namespace {
 using vantu::internal::ConvertText;
 using vantu::internal::ConvertTextWithPoco;
 using vantu::internal::kNfcNotYes;
+using vantu::internal::NfcCombiningClass;
+using vantu::internal::NfcData;
 using vantu::internal::NfcProperty;
+using vantu::internal::NfcQuietLead;
 using vantu::internal::NormalizeUtf8;
 using vantu::internal::NormalizeUtf8WithUtf8proc;
 using vantu::test::AppendUtf16;
@@ -307,8 +310,8 @@ TEST_F(SystemCodePageTest, ConversionsEqualTheIconvRoute) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Unicode normalisation: exactly utf8proc's results; the NFC quick check that skips utf8proc for
-// text already in NFC must never change them.
+// Unicode normalisation: exactly utf8proc's results; the library's own NFC (a quick check, then
+// composing from its tables) must never differ from them.
 
 // The pieces of a text joined by "|".
 std::vector<std::string> Pieces(const std::string& joined) {
@@ -367,18 +370,21 @@ TEST(NfcTest, TheUnicodeNormalizationTestData) {
   EXPECT_GT(cases, 18000u);
 }
 
-// Every code point that the table calls quick-check Yes has utf8proc's combining class and
-// comes out of NFC unchanged; the last code point of every decomposition that NFC composes
-// back is marked not Yes, so that the check never lets a composition through.
+// Every code point has utf8proc's combining class in the composition data, and in the quick
+// check table where that calls it Yes; every code point the quick check calls Yes comes out of
+// NFC unchanged; the last code point of every decomposition that NFC composes back is marked
+// not Yes, so that the check never lets a composition through.
 TEST(NfcTest, TheTableAgreesWithUtf8proc) {
   size_t composites = 0;
   for (uint32_t cp = 0; cp <= 0x10FFFF; ++cp) {
     if (cp >= 0xD800 && cp <= 0xDFFF) continue;
     const uint8_t property = NfcProperty(cp);
     const auto code = static_cast<utf8proc_int32_t>(cp);
-    if (property != kNfcNotYes) {
-      ASSERT_EQ(property, utf8proc_get_property(code)->combining_class) << std::hex << cp;
-    }
+    const auto combiningClass = utf8proc_get_property(code)->combining_class;
+    ASSERT_EQ(NfcCombiningClass(NfcData(cp)), combiningClass) << std::hex << cp;
+    ASSERT_TRUE(property == kNfcNotYes || property == combiningClass) << std::hex << cp;
+    const auto lead = static_cast<unsigned char>(Utf8(cp)[0]);
+    ASSERT_TRUE(!NfcQuietLead(lead) || property == 0) << std::hex << cp;
     utf8proc_int32_t parts[32];
     int boundclass = 0;
     const auto n = utf8proc_decompose_char(code, parts, 32, UTF8PROC_DECOMPOSE, &boundclass);
@@ -396,6 +402,11 @@ TEST(NfcTest, TheTableAgreesWithUtf8proc) {
     ASSERT_EQ(NfcProperty(last), kNfcNotYes) << std::hex << last << " composes into " << cp;
   }
   EXPECT_GT(composites, 11172u);  // the Hangul syllables and the other primary composites
+  // The lead bytes that the scan's sixteen-byte blocks take as quiet without the table.
+  for (int lead : {0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7, 0xC8, 0xC9, 0xCA, 0xCB, 0xE4, 0xE5, 0xE6,
+                   0xE7, 0xE8, 0xE9, 0xEB, 0xEC}) {
+    EXPECT_TRUE(NfcQuietLead(static_cast<unsigned char>(lead))) << std::hex << lead;
+  }
 }
 
 // Random texts of pieces that exercise the check (starters, marks in and out of canonical
@@ -434,6 +445,68 @@ TEST(NfcTest, RandomTextGivesUtf8procsResults) {
       text += k == at ? faults[random() % faults.size()] : nfc[random() % nfc.size()];
     }
     ExpectSameAsUtf8proc(text);
+  }
+}
+
+// Random code point sequences, weighted towards what composing must get right: combining marks
+// in and out of order, Hangul jamo and syllables (with jamo beyond the composing ranges),
+// composition exclusions, composites and their parts, and any other code point. The pools come
+// from utf8proc, which is also the reference.
+TEST(NfcTest, RandomCodePointsComposeAsUtf8procDoes) {
+  std::vector<uint32_t> marks, exclusions, composed, any;
+  for (uint32_t cp = 0; cp <= 0x10FFFF; ++cp) {
+    if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+    const auto code = static_cast<utf8proc_int32_t>(cp);
+    const utf8proc_property_t* property = utf8proc_get_property(code);
+    if (property->combining_class != 0) marks.push_back(cp);
+    if (property->comp_exclusion) exclusions.push_back(cp);
+    utf8proc_int32_t parts[32];
+    int boundclass = 0;
+    const auto n = utf8proc_decompose_char(code, parts, 32, UTF8PROC_DECOMPOSE, &boundclass);
+    if (n > 1 || (n == 1 && parts[0] != code)) {
+      composed.push_back(cp);
+      for (int k = 0; k < n; ++k) composed.push_back(static_cast<uint32_t>(parts[k]));
+    }
+    if (cp % 97 == 0) any.push_back(cp);
+  }
+  ASSERT_TRUE(marks.size() > 800 && exclusions.size() > 60 && composed.size() > 4000);
+  std::mt19937 random(20261125);
+  const auto pick = [&random](const std::vector<uint32_t>& pool) {
+    return pool[random() % pool.size()];
+  };
+  for (int i = 0; i < 200000; ++i) {
+    std::string text;
+    for (size_t k = 1 + random() % 10; k > 0; --k) {
+      const unsigned kind = random() % 20;
+      uint32_t cp;
+      if (kind < 7) {
+        cp = pick(marks);
+      } else if (kind < 12) {  // L 1100-1112, V 1161-1175, T 11A8-11C2, and a step beyond
+        // (U+11A7 below the trailing consonants is left out: utf8proc drops it after an LV
+        // syllable, which Unicode does not; checked below).
+        const uint32_t jamo[][2] = {{0x10FF, 0x1113}, {0x1160, 0x1176}, {0x11A8, 0x11C3}};
+        const auto& range = jamo[random() % 3];
+        cp = kind == 11 ? 0xAC00 + random() % 11172
+                        : range[0] + random() % (range[1] - range[0] + 1);
+      } else if (kind < 14) {
+        cp = pick(exclusions);
+      } else if (kind < 18) {
+        cp = pick(composed);
+      } else {
+        cp = kind == 18 ? pick(any) : 'a' + random() % 3;
+      }
+      text += Utf8(cp);
+    }
+    std::string ours = text, reference = text;
+    ASSERT_TRUE(NormalizeUtf8(ours, NFC));
+    ASSERT_TRUE(NormalizeUtf8WithUtf8proc(reference, NFC));
+    ASSERT_EQ(Hex(ours), Hex(reference)) << "NFC of " << Hex(text);
+  }
+  // U+11A7 is no trailing consonant: after an LV syllable, or L V jamo, it stays.
+  for (std::string text :
+       {Utf8(0xAC00) + Utf8(0x11A7), Utf8(0x1100) + Utf8(0x1161) + Utf8(0x11A7)}) {
+    ASSERT_TRUE(NormalizeUtf8(text, NFC));
+    EXPECT_EQ(Hex(text), Hex(Utf8(0xAC00) + Utf8(0x11A7)));
   }
 }
 
