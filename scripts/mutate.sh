@@ -283,6 +283,10 @@ fault net-cancel-only-on-data Common/net/VURL.cpp vantu_net_tests \
   's/if \(state.cancel != nullptr\) \{  \/\/ also asked while nothing arrives/if (false) {/'
 fault net-no-error-buffer Common/net/VURL.cpp vantu_net_tests \
   's/curl_easy_setopt\(easy, CURLOPT_ERRORBUFFER, errors\);//'
+fault net-no-shared-connections Common/net/VURL.cpp vantu_net_tests \
+  's/CURLOPT_SHARE, vantu::internal::ThreadShare\(\)\)/CURLOPT_SHARE, static_cast<CURLSH*>(nullptr))/'
+fault net-share-crosses-fork Common/net/internal/CurlGlobal.cpp vantu_net_tests \
+  's/if \(share_ != nullptr && generation != generation_\)/if (false)/'
 fault xml-write-changes-tree Common/xml/VXML.cpp vantu_xml_tests \
   's/pugi::xml_document scratch;/pugi::xml_document& scratch = const_cast<pugi::xml_document&>(document);/; s/\? scratch.append_copy\(first\)\s+: scratch.append_child/? first : scratch.prepend_child/'
 fault xml-value-first-text Common/xml/VXML.cpp vantu_xml_tests \
