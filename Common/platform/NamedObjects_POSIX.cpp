@@ -2,14 +2,13 @@
 
 #include "platform/Descriptor.h"
 #include "platform/Platform.h"
+#include "platform/Threads.h"
 
 #include <fcntl.h>
-#include <linux/futex.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -103,16 +102,18 @@ void InitMutex(pthread_mutex_t* mutex, bool recursive) {
   if (error != 0) throw Error(error, "pthread_mutex_init");
 }
 
-// Locks a robust mutex; a lock whose holder died is made consistent and is the caller's.
-void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
-  int error = pthread_mutex_lock(mutex);
+// After a lock that returned `error`: a lock whose holder died is made consistent and is the
+// caller's; any other error throws.
+[[gnu::cold, gnu::noinline]] void LockFailed(pthread_mutex_t* mutex, int error,
+                                             const std::string& systemName) {
   if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
   if (error != 0) throw Error(error, "cannot lock " + systemName);
 }
 
-long Futex(std::atomic<uint32_t>* word, int operation, uint32_t value) {
-  return ::syscall(SYS_futex, reinterpret_cast<uint32_t*>(word), operation, value, nullptr, nullptr,
-                   0);
+// Locks a robust mutex; the call alone when it succeeds.
+inline void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
+  const int error = pthread_mutex_lock(mutex);
+  if (__builtin_expect(error != 0, 0)) LockFailed(mutex, error, systemName);
 }
 
 struct Mapping {
@@ -486,16 +487,17 @@ std::string NamedObjectSystemName(const std::string& kind, const std::string& na
   return "/vantu." + kind + "." + escaped;
 }
 
-NamedMutex::NamedMutex(const std::string& name) : object_(Acquire(Kind::kMutex, name, 0)) {}
+NamedMutex::NamedMutex(const std::string& name)
+    : object_(Acquire(Kind::kMutex, name, 0)), mutex_(&object_->As<MutexBlock>()->mutex) {}
 
 NamedMutex::~NamedMutex() = default;
 
-void NamedMutex::Lock() { LockRobust(&object_->As<MutexBlock>()->mutex, object_->systemName); }
+void NamedMutex::Lock() { LockRobust(static_cast<pthread_mutex_t*>(mutex_), object_->systemName); }
 
 void NamedMutex::Unlock() {
   // EPERM when the calling thread does not hold it.
-  const int error = pthread_mutex_unlock(&object_->As<MutexBlock>()->mutex);
-  if (error != 0) throw Error(error, "cannot unlock " + object_->systemName);
+  const int error = pthread_mutex_unlock(static_cast<pthread_mutex_t*>(mutex_));
+  if (__builtin_expect(error != 0, 0)) throw Error(error, "cannot unlock " + object_->systemName);
 }
 
 NamedEvent::NamedEvent(const std::string& name) : object_(Acquire(Kind::kEvent, name, 0)) {}
@@ -516,7 +518,7 @@ void NamedEvent::Set() {
   pthread_mutex_unlock(&block.mutex);
   // Every waiter wakes and looks: one takes the event, the others wait again. Waking only one
   // would strand the others if that one died before it took the event.
-  if (wake) Futex(&block.sequence, FUTEX_WAKE, INT_MAX);
+  if (wake) WakeWord(block.sequence, INT_MAX, true);
 }
 
 void NamedEvent::Wait() {
@@ -526,7 +528,7 @@ void NamedEvent::Wait() {
     ++block.waiters;
     const uint32_t seen = block.sequence.load(std::memory_order_relaxed);
     pthread_mutex_unlock(&block.mutex);
-    Futex(&block.sequence, FUTEX_WAIT, seen);  // returns at a wake, a change or a signal
+    WaitOnWord(block.sequence, seen, true);  // returns at a wake, a change or a signal
     LockRobust(&block.mutex, object_->systemName);
     --block.waiters;
   }
