@@ -1,10 +1,12 @@
 // Synchronisation costs, each beside its baseline in the same run:
 // - uncontended lock + unlock: VMutex beside std::recursive_mutex, VNamedMutex beside a
-//   process-shared pthread_mutex_t;
+//   process-shared pthread_mutex_t with the same attributes (robust, recursive) and a plain one;
 // - event ping-pong round trips: VEvent between two threads beside std::condition_variable,
 //   VNamedEvent between two processes beside a pair of process-shared semaphores;
-// - VThread create + start + finish beside std::thread;
+// - VThread create + start until its function has signalled, beside a detached std::thread whose
+//   function signals the same way, and std::thread create + start + join;
 // - PostNotification to 1,000 observers, per observer call.
+// The ping-pongs and the thread starts count the CPU time of the whole process (both sides).
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -74,12 +76,19 @@ void BM_VNamedMutex(benchmark::State& state) {
 }
 BENCHMARK(BM_VNamedMutex);
 
-void BM_ProcessSharedPthreadMutex(benchmark::State& state) {
+// A process-shared pthread mutex in shared memory: plain (`robustRecursive` false), or robust and
+// recursive as VNamedMutex's is.
+void ProcessSharedPthreadMutex(benchmark::State& state, bool robustRecursive) {
   auto* mutex = SharedAnonymous<pthread_mutex_t>();
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
   pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+  if (robustRecursive) {
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  }
   pthread_mutex_init(mutex, &attributes);
+  pthread_mutexattr_destroy(&attributes);
   for (auto _ : state) {
     pthread_mutex_lock(mutex);
     pthread_mutex_unlock(mutex);
@@ -87,7 +96,14 @@ void BM_ProcessSharedPthreadMutex(benchmark::State& state) {
   pthread_mutex_destroy(mutex);
   ReleaseAnonymous(mutex);
 }
+void BM_ProcessSharedPthreadMutex(benchmark::State& state) {
+  ProcessSharedPthreadMutex(state, false);
+}
 BENCHMARK(BM_ProcessSharedPthreadMutex);
+void BM_RobustRecursivePthreadMutex(benchmark::State& state) {
+  ProcessSharedPthreadMutex(state, true);
+}
+BENCHMARK(BM_RobustRecursivePthreadMutex);
 
 // One direction of a condition-variable ping-pong.
 struct Signal {
@@ -158,14 +174,14 @@ void BM_VEventPingPong(benchmark::State& state) {
   VEvent pong;
   PingPong(state, ping, pong, false);
 }
-BENCHMARK(BM_VEventPingPong)->UseRealTime();
+BENCHMARK(BM_VEventPingPong)->UseRealTime()->MeasureProcessCPUTime();
 
 void BM_ConditionVariablePingPong(benchmark::State& state) {
   Signal ping;
   Signal pong;
   PingPong(state, ping, pong, false);
 }
-BENCHMARK(BM_ConditionVariablePingPong)->UseRealTime();
+BENCHMARK(BM_ConditionVariablePingPong)->UseRealTime()->MeasureProcessCPUTime();
 
 void BM_VNamedEventPingPongBetweenProcesses(benchmark::State& state) {
   const std::string name = UniqueName("event");
@@ -184,24 +200,35 @@ void BM_SemaphorePairPingPongBetweenProcesses(benchmark::State& state) {
 }
 BENCHMARK(BM_SemaphorePairPingPongBetweenProcesses)->UseRealTime();
 
-void BM_VThreadStartToFinish(benchmark::State& state) {
-  VEvent finished;
+// Thread starts, each timed until the new thread's function has set `started` (the same
+// condition-variable signal on both sides); neither side joins.
+void BM_VThreadStartToSignal(benchmark::State& state) {
+  static Signal started;  // outlives the last thread, which may still be notifying
   for (auto _ : state) {
     VThread thread;
-    thread.SetData(reinterpret_cast<uintptr_t>(&finished));
-    thread.Start([](uintptr_t event) { reinterpret_cast<VEvent*>(event)->Set(); });
-    finished.Wait();
+    thread.SetData(reinterpret_cast<uintptr_t>(&started));
+    thread.Start([](uintptr_t signal) { reinterpret_cast<Signal*>(signal)->Set(); });
+    started.Wait();
   }
 }
-BENCHMARK(BM_VThreadStartToFinish)->UseRealTime();
+BENCHMARK(BM_VThreadStartToSignal)->UseRealTime()->MeasureProcessCPUTime();
 
-void BM_StdThreadStartToFinish(benchmark::State& state) {
+void BM_StdThreadStartToSignal(benchmark::State& state) {
+  static Signal started;  // outlives the last thread, which may still be notifying
+  for (auto _ : state) {
+    std::thread([] { started.Set(); }).detach();
+    started.Wait();
+  }
+}
+BENCHMARK(BM_StdThreadStartToSignal)->UseRealTime()->MeasureProcessCPUTime();
+
+void BM_StdThreadStartToJoin(benchmark::State& state) {
   for (auto _ : state) {
     std::thread thread([] { benchmark::ClobberMemory(); });
     thread.join();
   }
 }
-BENCHMARK(BM_StdThreadStartToFinish)->UseRealTime();
+BENCHMARK(BM_StdThreadStartToJoin)->UseRealTime()->MeasureProcessCPUTime();
 
 void CountCall(void* count, void*) { ++*static_cast<long*>(count); }
 

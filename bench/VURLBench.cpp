@@ -3,10 +3,14 @@
 //   - downloads of 64 MiB, 256 MiB and 1 GiB into memory (a new object each time, so the
 //     buffer grows from nothing; and a reused object, whose buffer has grown already) beside
 //     `curl -s -o /dev/null`;
-//   - 1,000 sequential GETs of 1 KiB beside a libcurl loop with a fresh easy handle per request;
+//   - 1,000 sequential GETs of 1 KiB, over http and over https (a self-signed certificate made
+//     with openssl(1); no side verifies the chain), beside a libcurl loop that reuses one easy
+//     handle, and one with a fresh easy handle per request, both setting the options VURL sets;
 //   - a 100 MB Post beside `curl --data-binary @file`.
 #include <Poco/Exception.h>
+#include <Poco/Net/Context.h>
 #include <Poco/Net/HTTPServerRequestImpl.h>
+#include <Poco/Net/SecureServerSocket.h>
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
 
@@ -128,8 +132,33 @@ VANTU_DOWNLOAD_SIZES(BM_CurlToDevNull);
 VANTU_DOWNLOAD_SIZES(BM_VURLGetNewObject);
 VANTU_DOWNLOAD_SIZES(BM_VURLGetReusedObject);
 
+// The same handler behind https, with a certificate for 127.0.0.1 made once per run.
+vantu::test::HttpTestServer& TlsServer() {
+  static vantu::test::TempDir dir;
+  static vantu::test::HttpTestServer server = [] {
+    const std::string make =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj "
+        "/CN=127.0.0.1 -addext subjectAltName=IP:127.0.0.1 -keyout " +
+        (dir / "server.key") + " -out " + (dir / "server.pem") + " 2>/dev/null";
+    if (std::system(make.c_str()) != 0) std::abort();
+    return vantu::test::HttpTestServer(
+        Serve,
+        Poco::Net::SecureServerSocket(
+            {"127.0.0.1", 0}, 64,
+            new Poco::Net::Context(Poco::Net::Context::TLS_SERVER_USE, dir / "server.key",
+                                   dir / "server.pem", "", Poco::Net::Context::VERIFY_NONE)),
+        "https");
+  }();
+  return server;
+}
+
+// Argument 0: http; 1: https.
+std::string SmallUrl(const benchmark::State& state) {
+  return (state.range(0) == 0 ? Server() : TlsServer()).Url("/small");
+}
+
 void BM_VURLSmallGets(benchmark::State& state) {
-  const std::string url = Server().Url("/small");
+  const std::string url = SmallUrl(state);
   VURL transfer;
   for (auto _ : state) {
     for (int i = 0; i < 1000; ++i) {
@@ -140,32 +169,62 @@ void BM_VURLSmallGets(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * 1000);
 }
-BENCHMARK(BM_VURLSmallGets)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_VURLSmallGets)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(3)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 size_t AppendTo(char* bytes, size_t size, size_t count, void* text) {
   static_cast<std::string*>(text)->append(bytes, size * count);
   return size * count;
 }
 
-void BM_LibcurlSmallGets(benchmark::State& state) {
-  const std::string url = Server().Url("/small");
+// The options VURL's Get sets that cost anything: the output, failing on HTTP errors, the time-out
+// and, over https, the host name checked but not the chain.
+void SetOptions(CURL* easy, const std::string& url, std::string& body) {
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &AppendTo);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
+  curl_easy_setopt(easy, CURLOPT_FAILONERROR, 1L);
+  curl_easy_setopt(easy, CURLOPT_TIMEOUT, 30L);
+  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 0L);
+}
+
+// A fresh easy handle per request (`reuse` false), or one easy handle for all of them.
+void LibcurlSmallGets(benchmark::State& state, bool reuse) {
+  const std::string url = SmallUrl(state);
   curl_global_init(CURL_GLOBAL_ALL);
   std::string body;
+  CURL* easy = reuse ? curl_easy_init() : nullptr;
   for (auto _ : state) {
     for (int i = 0; i < 1000; ++i) {
-      CURL* easy = curl_easy_init();
+      if (!reuse) easy = curl_easy_init();
       body.clear();
-      curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
-      curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &AppendTo);
-      curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
+      SetOptions(easy, url, body);
       if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("transfer failed");
-      curl_easy_cleanup(easy);
+      if (!reuse) curl_easy_cleanup(easy);
     }
   }
+  if (reuse) curl_easy_cleanup(easy);
   curl_global_cleanup();
   state.SetItemsProcessed(state.iterations() * 1000);
 }
-BENCHMARK(BM_LibcurlSmallGets)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+void BM_LibcurlSmallGets(benchmark::State& state) { LibcurlSmallGets(state, false); }
+void BM_LibcurlSmallGetsReusedHandle(benchmark::State& state) { LibcurlSmallGets(state, true); }
+BENCHMARK(BM_LibcurlSmallGets)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(3)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LibcurlSmallGetsReusedHandle)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(3)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 const std::string& PostBlock() {
   static const std::string block(kPostSize, 'v');

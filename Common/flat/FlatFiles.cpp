@@ -19,6 +19,7 @@
 #include "internal/Utf.h"
 #include "platform/Descriptor.h"
 #include "platform/FileAvailability.h"
+#include "platform/FileIO.h"
 
 namespace {
 

@@ -84,6 +84,8 @@ struct VURL::Transfer {
     url.state_->responseCode = 0;
     url.state_->errorText.clear();
     if (global.Ready()) easy = CurlEntries().easyInit();
+    // Unshared when the thread has no share: slower, the same otherwise.
+    if (easy != nullptr) curl_easy_setopt(easy, CURLOPT_SHARE, vantu::internal::ThreadShare());
   }
   ~Transfer() {
     url.state_->activeCancel.reset();

@@ -28,16 +28,17 @@ bool NamedObject::HeldByAnotherThreadOfThisProcess() {
   return error == EBUSY && holder > 0 && ::access(task.c_str(), F_OK) == 0;
 }
 
-NamedMutex::NamedMutex(const std::string& name) : object_(Acquire(Kind::kMutex, name, 0)) {}
+NamedMutex::NamedMutex(const std::string& name)
+    : object_(Acquire(Kind::kMutex, name, 0)), mutex_(&object_->As<MutexBlock>()->mutex) {}
 
 NamedMutex::~NamedMutex() = default;
 
-void NamedMutex::Lock() { LockRobust(&object_->As<MutexBlock>()->mutex, object_->systemName); }
+void NamedMutex::Lock() { LockRobust(static_cast<pthread_mutex_t*>(mutex_), object_->systemName); }
 
 void NamedMutex::Unlock() {
   // EPERM when the calling thread does not hold it.
-  const int error = pthread_mutex_unlock(&object_->As<MutexBlock>()->mutex);
-  if (error != 0) throw Error(error, "cannot unlock " + object_->systemName);
+  const int error = pthread_mutex_unlock(static_cast<pthread_mutex_t*>(mutex_));
+  if (__builtin_expect(error != 0, 0)) throw Error(error, "cannot unlock " + object_->systemName);
 }
 
 }  // namespace vantu::platform

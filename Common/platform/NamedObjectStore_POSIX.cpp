@@ -29,8 +29,7 @@
 namespace vantu::platform {
 namespace named {
 
-void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
-  int error = pthread_mutex_lock(mutex);
+void LockFailed(pthread_mutex_t* mutex, int error, const std::string& systemName) {
   if (error == EOWNERDEAD) error = pthread_mutex_consistent(mutex);
   if (error != 0) throw Error(error, "cannot lock " + systemName);
 }

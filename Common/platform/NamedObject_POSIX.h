@@ -54,8 +54,16 @@ inline std::system_error Error(int code, const std::string& what) {
   return std::system_error(code, std::generic_category(), what);
 }
 
-// Locks a robust mutex; a lock whose holder died is made consistent and is the caller's.
-void LockRobust(pthread_mutex_t* mutex, const std::string& systemName);
+// After a lock that returned `error`: a lock whose holder died is made consistent and is the
+// caller's; any other error throws.
+[[gnu::cold, gnu::noinline]] void LockFailed(pthread_mutex_t* mutex, int error,
+                                             const std::string& systemName);
+
+// Locks a robust mutex; the call alone when it succeeds.
+inline void LockRobust(pthread_mutex_t* mutex, const std::string& systemName) {
+  const int error = pthread_mutex_lock(mutex);
+  if (__builtin_expect(error != 0, 0)) LockFailed(mutex, error, systemName);
+}
 
 struct Mapping {
   char* base = nullptr;

@@ -50,6 +50,7 @@ class NamedMutex {
 
  private:
   std::shared_ptr<NamedObject> object_;
+  void* mutex_;  // the pthread_mutex_t in the object's mapping
 };
 
 // An event that resets itself: Set with nobody waiting leaves it set and the next Wait takes it;

@@ -1,32 +1,23 @@
 #include <vantu/VEvent.h>
 
-#include <Poco/Event.h>
-
 #include "internal/SharedHandle.h"
-
-using vantu::internal::Translated;
+#include "sync/internal/Event.h"
 
 VEvent::VEvent(bool initiallySet, bool autoReset)
-    : event_(vantu::internal::MakeSharedOrNull<Poco::Event>(
-          autoReset ? Poco::Event::EVENT_AUTORESET : Poco::Event::EVENT_MANUALRESET)) {
-  // A defined state either way.
-  if (initiallySet) {
-    Set();
-  } else {
-    Reset();
-  }
+    : event_(vantu::internal::MakeSharedOrNull<vantu::sync::Event>(autoReset)) {
+  if (initiallySet) Set();
 }
 
 VEvent::~VEvent() = default;
 
 void VEvent::Set() {
-  if (event_) Translated([this] { event_->set(); });
+  if (event_) event_->Set();
 }
 
 void VEvent::Reset() {
-  if (event_) Translated([this] { event_->reset(); });
+  if (event_) event_->Reset();
 }
 
 void VEvent::Wait() {
-  if (event_) Translated([this] { event_->wait(); });
+  if (event_) event_->Wait();
 }

@@ -1,10 +1,10 @@
-// VEvent: an in-process event over a Poco::Event. An auto-reset event lets one Wait through per
-// Set and is then unset again; a manual-reset event stays set, letting every Wait through, until
-// Reset.
+// VEvent: an in-process event. An auto-reset event lets one Wait through per Set and is then
+// unset again; a manual-reset event stays set, letting every Wait through, until Reset. A thread
+// released by Set may destroy the event (its last copy) at once, while Set is still returning.
 //
 // Ownership: copies share the one event, which the last copy frees. When the event cannot be
 // allocated the object is still built without it, and Set, Reset and Wait do nothing (Wait
-// returns at once). Nothing else throws but VantuRuntimeException for a system failure.
+// returns at once). Nothing throws.
 //
 // Thread safety: every operation from any thread, on the object or any of its copies.
 #ifndef VANTU_VEVENT_H
@@ -15,7 +15,7 @@
 #include <vantu/Export.h>
 #include <vantu/VBaseObject.h>
 
-namespace Poco {
+namespace vantu::sync {
 class Event;
 }
 
@@ -32,7 +32,7 @@ class VANTU_API VEvent : public VBaseObject {
   void Wait();
 
  private:
-  std::shared_ptr<Poco::Event> event_;
+  std::shared_ptr<vantu::sync::Event> event_;
 };
 
 #endif  // VANTU_VEVENT_H

@@ -2,10 +2,13 @@
 //
 // Get downloads into a buffer the object owns (GetData/GetDataSize); Post uploads a memory
 // block; Perform sends a request with extra header lines (and a body, when given one) and writes
-// the response into the buffer or into a file. Every transfer starts from scratch: it takes a
-// reference to libcurl's global state, uses a fresh easy handle and releases both before it
-// returns, so the object carries no connection between calls. The received buffer survives a
-// transfer: the next one empties it but keeps its storage.
+// the response into the buffer or into a file. Every transfer takes a reference to libcurl's
+// global state and a fresh easy handle, and releases both before it returns; the object itself
+// carries no settings of one transfer into the next. The connection a transfer used stays open
+// for the next transfer of the same thread (any object) to the same server with the same
+// connection settings (TLS verification and CA file included): such a transfer skips the
+// connection set-up; a thread's open connections close when the thread ends. The received buffer
+// survives a transfer: the next one empties it but keeps its storage.
 //
 // Transfer codes: 0 success; any other small value is libcurl's own CURLcode (22 for an HTTP
 // status of 400 or more where that counts as failure, 28 for a time-out, 47 for more than 50

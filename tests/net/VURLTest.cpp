@@ -10,6 +10,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <fstream>
@@ -92,6 +93,7 @@ struct RequestSeen {
   std::string body;
   bool outputLocked;  // the output file was locked while the request ran
   std::string uri;
+  uint16_t port;  // the client's: one per connection
 };
 
 class VURLTest : public ::testing::Test {
@@ -116,7 +118,8 @@ class VURLTest : public ::testing::Test {
   }
   void Serve(HTTPServerRequest& request, HTTPServerResponse& response) {
     const bool locked = !output_.empty() && LockedElsewhere(output_);
-    RequestSeen seen{request.getMethod(), {}, {}, locked, request.getURI()};
+    RequestSeen seen{request.getMethod(),           {}, {}, locked, request.getURI(),
+                     request.clientAddress().port()};
     for (const auto& header : request) seen.headers.insert(header.first + ": " + header.second);
     Poco::StreamCopier::copyToString(request.stream(), seen.body);
     {
@@ -133,6 +136,8 @@ class VURLTest : public ::testing::Test {
       response.redirect(
           path.substr(path.find('?') + 1),
           static_cast<Poco::Net::HTTPResponse::HTTPStatus>(std::stoi(path.substr(4))));
+    } else if (path == "/kept") {  // a length, so the connection stays open
+      response.sendBuffer("kept", 4);
     } else if (path == "/hop/0") {
       response.send() << "landed";
     } else if (path.rfind("/hop/", 0) == 0 || path == "/loop") {
@@ -434,6 +439,48 @@ TEST_F(VURLTlsTest, ChainsAreVerifiedOnlyWhenAskedAndHostNamesAlways) {
     EXPECT_TRUE(said.find(text) != std::string::npos && said.empty() == text.empty()) << said;
     EXPECT_EQ(Received(url), result == 0 ? "answer to /" : "");
   }
+}
+
+// A thread's transfers, by any of its objects, reuse a connection to the same server only with
+// the same TLS settings: a verifying transfer never takes one made without verifying (it fails
+// as a fresh one would). A forked child makes connections of its own and leaves the parent's.
+TEST_F(VURLTlsTest, ConnectionsAreReusedOnlyWithTheSameTlsSettings) {
+  const std::string pem = dir_ / "server.pem", https = tls_->Url("/kept");
+  const std::string http = server_.Url("/kept");
+  const std::tuple<int, std::string, bool, std::string, int, int> steps[] = {
+      // object, address, verify, bundle; result, the connection of step n (-1: a new one)
+      {0, https, false, "", 0, -1},
+      {1, https, false, "", 0, 0},
+      {0, https, true, "", CURLE_PEER_FAILED_VERIFICATION, -1},
+      {0, https, true, pem, 0, -1},
+      {1, https, true, pem, 0, 3},
+      {1, https, false, "", 0, 0},
+      {0, http, false, "", 0, -1},
+      {1, http, true, pem, 0, 6}};  // no TLS: the verification settings do not matter
+  std::thread([&] {  // a thread of its own: it starts with no connection and closes its own
+    VURL urls[2];
+    std::vector<uint16_t> ports;
+    for (const auto& [object, address, verify, bundle, result, connection] : steps) {
+      urls[object].SetVerifyPeer(verify);
+      urls[object].SetCABundle(VPath(bundle));
+      const size_t before = Seen().size();
+      EXPECT_EQ(Get(urls[object], address), result) << ports.size();
+      const std::vector<RequestSeen> seen = Seen();
+      ports.push_back(seen.size() > before ? seen.back().port : 0);
+      if (result != 0) continue;
+      if (connection < 0) {
+        EXPECT_EQ(std::count(ports.begin(), ports.end(), ports.back()), 1) << ports.size();
+      } else {
+        EXPECT_EQ(ports.back(), ports[connection]) << ports.size();
+      }
+    }
+    const uint16_t parent = ports[0];
+    EXPECT_TRUE(vantu::test::InChild([&] { return Get(urls[0], https) == 0; }));
+    EXPECT_NE(Seen().back().port, parent);
+    ASSERT_EQ(Get(urls[0], https), 0);  // the parent's connection still serves it
+    EXPECT_EQ(Seen().back().port, parent);
+  })
+      .join();
 }
 
 // Refused before any connection: other schemes and header lines with CR, LF or NUL. Followed:

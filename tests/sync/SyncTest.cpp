@@ -75,6 +75,42 @@ TEST(VMutexMisuseTest, UnlockingAMutexNotHeldThrows) {
   VAutoMutexLock nothing(nullptr);  // neither locks nor unlocks
 }
 
+// An auto-reset event lets one waiter through per Set, among several that wait; a Set while it is
+// set changes nothing; a manual-reset event lets every Wait through until Reset. A thread released
+// by Set may destroy the event at once (AddressSanitizer sees a Set that touches it later).
+TEST(VEventTest, EachSetReleasesOneWaiterAndTheReleasedMayDestroyTheEvent) {
+  VEvent event, taken;
+  std::atomic<int> released{0}, left{0};
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> waiters;
+  for (int i = 0; i < 3; ++i) {
+    waiters.emplace_back([&] {
+      while (event.Wait(), ++released, taken.Set(), !stop) {
+      }
+      ++left;
+    });
+  }
+  int first = 0;  // the first Set after which the count was wrong
+  for (int i = 1; i <= 3000 && first == 0; ++i) {
+    event.Set();
+    taken.Wait();
+    if (released != i) first = i;  // a second waiter let through is counted here
+  }
+  EXPECT_EQ(first, 0);
+  stop = true;
+  while (left < 3) event.Set(), std::this_thread::yield();
+  for (std::thread& waiter : waiters) waiter.join();
+  VEvent manual(true, false);
+  manual.Wait(), manual.Wait();  // stays set
+  for (int i = 0; i < 2000; ++i) {
+    auto* once = new VEvent(false, i % 2 == 0);
+    std::thread setter([once] { once->Set(); });
+    once->Wait();
+    delete once;
+    setter.join();
+  }
+}
+
 // Thread functions that count their calls, once `go` is set when they wait. Static in the test:
 // a thread that outlives a failing test must not write into a finished stack frame.
 struct Record {

@@ -34,6 +34,18 @@ class CurlGlobalScope {
   bool ready_;
 };
 
+// The calling thread's libcurl share: the connections its transfers left open, with the DNS
+// answers and TLS sessions that go with them, so that one transfer after another to the same
+// server, by any object on this thread, skips the connection set-up. libcurl reuses a connection
+// only for a transfer whose connection settings match (host, port, proxy, TLS options: a transfer
+// that verifies the chain never takes a connection made without verifying, nor one made against
+// another CA file), and request settings (headers, method, body) are per request. The share is
+// per thread because libcurl (7.88) does not support sharing connections between concurrent
+// threads; the thread's share closes its connections when the thread ends. A process forked from
+// this thread starts a share of its own and never touches the parent's connections. Null when
+// libcurl cannot make one: the transfer then runs unshared. Call it within a CurlGlobalScope.
+CURLSH* ThreadShare();
+
 }  // namespace vantu::internal
 
 #endif  // VANTU_NET_INTERNAL_CURLGLOBAL_H
