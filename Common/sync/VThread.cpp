@@ -1,7 +1,6 @@
 #include <vantu/VThread.h>
 
 #include <Poco/Runnable.h>
-#include <Poco/SharedPtr.h>
 #include <Poco/Thread.h>
 
 #include <utility>
@@ -15,8 +14,8 @@
 
 namespace {
 
-// What the Poco::Thread runs: the worker's run. The thread owns it and frees it when the run
-// has returned; the worker keeps itself alive while its run lasts.
+// What the Poco::Thread runs: the worker's run. The worker owns it, and keeps itself alive while
+// its run lasts, so the thread never frees it.
 class WorkerRunnable final : public Poco::Runnable {
  public:
   explicit WorkerRunnable(VWorker& worker) : worker_(worker) {}
@@ -76,7 +75,8 @@ void VThread::Launch(Function function, Body body) {
     // POCO starts a finished thread again on the same object and then detaches only the new
     // system thread: the previous one, whose function has returned, is detached here.
     const Poco::Thread::TID previous = thread->tid();
-    thread->start(Poco::SharedPtr<Poco::Runnable>(new WorkerRunnable(worker)));
+    if (!worker.runnable_) worker.runnable_ = std::make_unique<WorkerRunnable>(worker);
+    thread->start(*worker.runnable_);
     if (worker.started_) vantu::platform::DetachThread(previous);
     worker.started_ = true;
   } catch (...) {

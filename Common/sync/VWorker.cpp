@@ -1,5 +1,6 @@
 #include <vantu/VWorker.h>
 
+#include <Poco/Runnable.h>
 #include <Poco/Thread.h>
 
 #include <utility>

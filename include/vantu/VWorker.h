@@ -15,8 +15,9 @@
 #include <vantu/Export.h>
 
 namespace Poco {
+class Runnable;
 class Thread;
-}
+}  // namespace Poco
 
 class VANTU_API VWorker {
  public:
@@ -43,6 +44,8 @@ class VANTU_API VWorker {
   std::atomic<bool> running_{false};
   bool started_ = false;
   std::function<void()> body_;  // set by VThread::Start(Body), taken over by run()
+  // What the Poco::Thread runs (it calls run()); made at the first start, lives with the worker.
+  std::unique_ptr<Poco::Runnable> runnable_;
 };
 
 #endif  // VANTU_VWORKER_H
